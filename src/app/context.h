@@ -1,0 +1,42 @@
+// The application: the state of every module and the seams it reaches the platform through.
+// Each test makes its own App, so every test starts from fresh state.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/folders.h"
+#include "app/items.h"
+#include "app/logs.h"
+#include "app/seams.h"
+#include "app/settings.h"
+#include "ui/form.h"
+
+namespace pelmark {
+
+struct Seams {
+    Prompter* prompter = nullptr;
+    EventPump* events = nullptr;
+    Clock* clock = nullptr;
+    Environment* env = nullptr;
+    Registry* registry = nullptr;
+    FileSystem* files = nullptr;
+};
+
+struct App {
+    Seams sys;
+    CommonM common;
+    Folders folders;
+    SettingsFile settings;
+    ItemTable items;
+    ui::Form frmMain;
+    // Close steps registered by the modules that hold something open (the QuickBooks session);
+    // CloseAll runs them in reverse order.
+    std::vector<std::function<void()>> closeSteps;
+
+    // An application on these seams, with the main form's full control set.
+    explicit App(const Seams& seams);
+};
+
+}  // namespace pelmark

@@ -1,0 +1,116 @@
+// Test doubles for the seams, and TestApp.
+#include "fakes/fakes.h"
+
+#include <atomic>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "app/text.h"
+
+namespace pelmark::test {
+
+int ScriptedPrompter::Show(const std::string& text, int style, const std::string& title,
+                           bool topMost) {
+    shown.push_back({text, style, title, topMost});
+    if (script_.empty()) return defaultAnswer;
+    int a = script_.front();
+    script_.pop_front();
+    return a;
+}
+
+LocalTime FakeClock::Now() {
+    LocalTime t = date_;
+    long long s = static_cast<long long>(seconds_);
+    t.hour = static_cast<int>(s / 3600 % 24);
+    t.minute = static_cast<int>(s / 60 % 60);
+    t.second = static_cast<int>(s % 60);
+    t.millisecond = static_cast<int>((seconds_ - static_cast<double>(s)) * 1000);
+    return t;
+}
+
+void FakeClock::Sleep(int milliseconds) {
+    sleeps.push_back(milliseconds);
+    seconds_ += milliseconds / 1000.0;
+}
+
+void FakeClock::Set(const LocalTime& t) {
+    date_ = t;
+    seconds_ = t.hour * 3600.0 + t.minute * 60.0 + t.second + t.millisecond / 1000.0;
+}
+
+std::optional<std::string> MapEnvironment::Get(const std::string& name) {
+    auto it = values.find(name);
+    if (it == values.end()) return std::nullopt;
+    return it->second;
+}
+
+bool FaultyFileSystem::ShouldFail(const std::string& path) {
+    if (failPathPart.empty() || path.find(failPathPart) == std::string::npos) return false;
+    ++writes;
+    if (failOnCall == 0) return true;
+    return writes >= failOnCall && writes < failOnCall + failTimes;
+}
+
+FileResult FaultyFileSystem::WriteAll(const std::string& p, const std::string& d) {
+    if (ShouldFail(p)) return {failStatus, "injected failure"};
+    return real().WriteAll(p, d);
+}
+
+FileResult FaultyFileSystem::Append(const std::string& p, const std::string& d) {
+    if (ShouldFail(p)) return {failStatus, "injected failure"};
+    return real().Append(p, d);
+}
+
+FileResult FaultyFileSystem::Rename(const std::string& f, const std::string& t) {
+    return real().Rename(f, t);
+}
+
+TempDir::TempDir() {
+    static std::atomic<int> counter{0};
+    std::random_device rd;
+    dir_ = std::filesystem::temp_directory_path() /
+           ("pelmark-test-" + std::to_string(rd()) + "-" + std::to_string(counter++));
+    std::filesystem::create_directories(dir_);
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+}
+
+std::string TempDir::path() const {
+    std::string p = dir_.string();
+    char sep = static_cast<char>(std::filesystem::path::preferred_separator);
+    if (p.empty() || p.back() != sep) p += sep;
+    return p;
+}
+
+void TempDir::Write(const std::string& name, const std::string& data) const {
+    std::ofstream(dir_ / name, std::ios::binary) << data;
+}
+
+std::string TempDir::Read(const std::string& name) const {
+    std::ifstream in(dir_ / name, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+TestApp::TestApp() : app(Seams{&prompter, &events, &clock, &env, &registry, &files}) {
+    app.folders.data = dir.path();
+    app.folders.program = dir.path();
+    app.folders.exeName = "pelmark_tests";
+    if (auto* level = app.frmMain.Find("txtDebugLevel")) level->text = "5";
+}
+
+std::vector<std::string> TestApp::DebugLines() const {
+    if (!app.common.debug.open) return {};
+    return SplitLines(dir.Read(app.common.debug.fileName));
+}
+
+std::vector<std::string> TestApp::ErrLines() const {
+    return SplitLines(dir.Read("Err.Log"));
+}
+
+}  // namespace pelmark::test

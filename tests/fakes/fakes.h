@@ -1,0 +1,124 @@
+// Test doubles for the seams, and TestApp: an App on fakes with a fresh data folder of its own.
+#pragma once
+
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/context.h"
+#include "app/registry.h"
+
+namespace pelmark::test {
+
+// Answers prompts from a script; remembers every prompt shown.
+class ScriptedPrompter : public Prompter {
+  public:
+    struct Shown {
+        std::string text;
+        int style;
+        std::string title;
+        bool topMost;
+    };
+    int Show(const std::string& text, int style, const std::string& title, bool topMost) override;
+    void Answer(int answer) { script_.push_back(answer); }
+    int defaultAnswer = kAnsYes;  // when the script is used up
+    std::vector<Shown> shown;
+
+  private:
+    std::deque<int> script_;
+};
+
+// A clock that moves only when told to (or by the sleeps it is asked for).
+class FakeClock : public Clock {
+  public:
+    LocalTime Now() override;
+    double Timer() override { return seconds_; }
+    void Sleep(int milliseconds) override;
+    void Advance(double seconds) { seconds_ += seconds; }
+    void Set(const LocalTime& t);
+    std::vector<int> sleeps;
+
+  private:
+    LocalTime date_{2026, 11, 14, 0, 0, 0, 0};
+    double seconds_ = 22 * 3600 + 13 * 60;  // 22:13:00
+};
+
+class CountingEventPump : public EventPump {
+  public:
+    void DoEvents() override { ++calls; }
+    int calls = 0;
+};
+
+class MapEnvironment : public Environment {
+  public:
+    std::optional<std::string> Get(const std::string& name) override;
+    std::map<std::string, std::string> values;
+};
+
+// The real file system, with a fault to inject: the Nth write or append to a path that contains
+// `failPathPart` fails with `failStatus` (N counts from 1; 0 means every such call).
+class FaultyFileSystem : public FileSystem {
+  public:
+    bool Exists(const std::string& p) override { return real().Exists(p); }
+    bool IsDirectory(const std::string& p) override { return real().IsDirectory(p); }
+    std::optional<std::string> ReadAll(const std::string& p) override { return real().ReadAll(p); }
+    FileResult WriteAll(const std::string& p, const std::string& d) override;
+    FileResult Append(const std::string& p, const std::string& d) override;
+    FileResult Remove(const std::string& p) override { return real().Remove(p); }
+    FileResult Rename(const std::string& f, const std::string& t) override;
+    FileResult Copy(const std::string& f, const std::string& t) override {
+        return real().Copy(f, t);
+    }
+    FileResult MakeDir(const std::string& p) override { return real().MakeDir(p); }
+    std::vector<std::string> ListFiles(const std::string& f) override {
+        return real().ListFiles(f);
+    }
+
+    std::string failPathPart;
+    int failOnCall = 0;
+    int failTimes = 1;  // how many calls fail, from failOnCall on
+    FileStatus failStatus = FileStatus::HeldByOther;
+    int writes = 0;
+
+  private:
+    static FileSystem& real() { return RealFileSystem(); }
+    bool ShouldFail(const std::string& path);
+};
+
+// A folder of its own under the system's temporary folder, removed at the end.
+class TempDir {
+  public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    // The folder with a trailing separator, as folder strings are kept.
+    std::string path() const;
+    std::string File(const std::string& name) const { return path() + name; }
+    void Write(const std::string& name, const std::string& data) const;
+    std::string Read(const std::string& name) const;
+
+  private:
+    std::filesystem::path dir_;
+};
+
+// An App on fakes whose data folder is a fresh temporary folder.
+struct TestApp {
+    TestApp();
+    ScriptedPrompter prompter;
+    FakeClock clock;
+    CountingEventPump events;
+    MapEnvironment env;
+    MemoryRegistry registry;
+    FaultyFileSystem files;
+    TempDir dir;
+    App app;
+    // All lines of the debug log so far (empty when none was written).
+    std::vector<std::string> DebugLines() const;
+    std::vector<std::string> ErrLines() const;
+};
+
+}  // namespace pelmark::test

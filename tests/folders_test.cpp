@@ -1,0 +1,194 @@
+// Tests of the program folders: building them per Windows version, making them, developer
+// mode, the settings file name and the move of old files out of the program folder.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "app/folders.h"
+#include "app/text.h"
+#include "fakes/fakes.h"
+
+namespace pelmark {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TestApp;
+
+// root + a relative path written with "/", in the platform's form.
+std::string P(const std::string& root, std::string rel) {
+    std::replace(rel.begin(), rel.end(), '/', kPathSep);
+    return root + rel;
+}
+
+void SetWindows(TestApp& t, const std::string& product, const std::string& version) {
+    const char* key = "Software\\Microsoft\\Windows NT\\CurrentVersion";  // no trailing "\"
+    RegWriteValue(t.registry, RegRoot::LocalMachine, key, "ProductName", kRegSz, product);
+    RegWriteValue(t.registry, RegRoot::LocalMachine, key, "CurrentVersion", kRegSz, version);
+}
+
+bool HasLine(const std::vector<std::string>& lines, const std::string& part) {
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
+}
+
+TEST(FoldersTest, WindowsVersionAndDeveloperMode) {
+    struct {
+        const char* product;
+        const char* version;
+        bool vista;
+    } versions[] = {
+        {"Microsoft Windows XP", "5.1", false},
+        {"windows vista ultimate", "", true},
+        {"Windows Server (R) 2008 Standard", "", true},
+        {"Windows 7 Professional", "", true},
+        {"Windows 10 Pro", "6.3", true},  // only the version tells
+    };
+    for (const auto& c : versions)
+        EXPECT_EQ(IsVistaOrLater(c.product, c.version), c.vista) << c.product;
+
+    struct {
+        const char* folder;
+        bool on;
+    } folders[] = {{"D:\\Work\\ACCNT\\Code\\", true},
+                   {"d:\\work\\accnt\\code", true},
+                   {"D:/Work/ACCNT/Code/bin", true},
+                   {"D:\\ACCNTX\\CODE\\", false},
+                   {"D:\\Work\\ACCNT\\Codes\\", false}};
+    for (const auto& c : folders) {
+        TestApp t;
+        CommonHouseKeeper(t.app, {c.folder, "pelmark.exe", t.dir.path(), false});
+        EXPECT_EQ(t.app.common.developerMode, c.on) << c.folder;
+    }
+}
+
+// Which folders are built, which is the data folder and which are made, per system.
+TEST(FoldersTest, FoldersPerWindowsVersion) {
+    struct {
+        const char* product;
+        bool withPublic, withEnv;
+        const char* shared;  // under the test's folder
+    } cases[] = {{"Windows 7 Professional", true, true, "Pub/Documents/Corvalt/Pelmark/"},
+                 {"Windows 10 Pro", false, true, "Users/Public/Documents/Corvalt/Pelmark/"},
+                 {"Microsoft Windows XP", false, true, "AllUsers/Documents/Corvalt/Pelmark/"},
+                 {"Windows 7 Professional", false, false, ""}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.shared);
+        TestApp t;
+        t.app.frmMain.Find("txtDebugLevel")->text = "0";  // no log in the default folder
+        bool vista = std::string(c.product) != "Microsoft Windows XP";
+        SetWindows(t, c.product, vista ? "6.1" : "5.1");
+        std::string root = t.dir.path();
+        if (c.withEnv) {
+            t.env.values = {{"ProgramFiles", root + "pf"},
+                            {"APPDATA", root + "ad"},
+                            {"USERPROFILE", P(root, "Users/bob")},
+                            {"ALLUSERSPROFILE", root + "AllUsers"}};
+        }
+        if (c.withPublic) t.env.values["Public"] = root + "Pub";
+
+        CommonHouseKeeper(t.app, {root, "pelmark.exe", "", false});
+        const Folders& f = t.app.folders;
+        if (!c.withEnv) {
+            EXPECT_EQ(f.sharedData + f.product + f.userData, "");
+            EXPECT_EQ(f.data, "C:\\Program Files\\Corvalt\\Pelmark\\");
+#ifndef _WIN32
+            EXPECT_FALSE(fs::exists("C:\\Program Files")) << "default folder made off Windows";
+#endif
+            continue;
+        }
+        std::string product = P(root, "pf/Corvalt/Pelmark/");
+        EXPECT_EQ(f.product, product);
+        EXPECT_EQ(f.sharedData, P(root, c.shared));
+        EXPECT_EQ(f.userData, P(root, "ad/Corvalt/Pelmark/"));
+        EXPECT_EQ(f.data, vista ? f.sharedData : product);
+        EXPECT_EQ(t.app.settings.path, f.data + "Pelmark.ini");
+        for (const std::string& made : {f.data + "Tables", f.sharedData, f.userData})
+            EXPECT_TRUE(fs::is_directory(made)) << made;
+        EXPECT_EQ(fs::exists(product), !vista);  // Program Files is left alone from Vista on
+    }
+}
+
+TEST(FoldersTest, GivenDataFolderTracesAndFailures) {
+    TestApp t;
+    SetWindows(t, "Windows 7 Professional", "6.1");
+    std::string root = t.dir.path();
+    t.dir.Write("Pub", "a file where the Public folder should be");
+    t.env.values = {
+        {"USERPROFILE", root + "bob"}, {"APPDATA", root + "ad"}, {"Public", root + "Pub"}};
+
+    // Given without its trailing separator.
+    CommonHouseKeeper(t.app, {root, "pelmark.exe", root.substr(0, root.size() - 1), false});
+    const Folders& f = t.app.folders;
+    EXPECT_EQ(f.data, root);
+    EXPECT_TRUE(fs::is_directory(root + "Tables"));
+    auto lines = t.DebugLines();
+    const std::string expected[] = {"USERPROFILE=" + root + "bob",
+                                    "SystemDrive=SystemDrive",
+                                    "OS=Windows 7 Professional 6.1 Vista=True",
+                                    "MkDir " + root + "Tables" + kPathSep,
+                                    "MkDir failed " + root + "Pub" + kPathSep,
+                                    "VistaMsg: INIFFN=" + root + "Pelmark.ini"};
+    for (const std::string& line : expected) EXPECT_TRUE(HasLine(lines, line)) << line;
+
+    t.app.frmMain.Find("chkIniInUserAppData")->value = 1;
+    EXPECT_EQ(GetIniFFN(t.app, "frmMain", false), f.userData + "Pelmark.ini");
+    EXPECT_EQ(t.app.settings.tempPath, f.userData + "Pelmark.ino");
+}
+
+// The real file system, except that copying a file of a chosen name fails (as a file that
+// another program holds open would).
+class CopyFailingFiles : public test::FaultyFileSystem {
+  public:
+    FileResult Copy(const std::string& from, const std::string& to) override {
+        if (EndsWith(from, "Locked.dat")) return {FileStatus::HeldByOther, "sharing violation"};
+        return FaultyFileSystem::Copy(from, to);
+    }
+};
+
+TEST(FoldersTest, OldFilesMoveToTheSharedFolder) {
+    for (const char* product : {"Windows 7", "Microsoft Windows XP"}) {
+        for (bool asked : {true, false}) {
+            TestApp t;
+            CopyFailingFiles files;
+            t.app.sys.files = &files;
+            SetWindows(t, product, "");
+            std::string root = t.dir.path();
+            t.env.values = {{"ProgramFiles", root + "pf"}, {"Public", root + "Pub"}};
+            std::string old = P(root, "pf/Corvalt/Pelmark/");
+            std::string shared = P(root, "Pub/Documents/Corvalt/Pelmark/");
+            fs::create_directories(old);
+            fs::create_directories(shared);
+            for (const char* name : {"Pelmark.exe", "Pelmark.ini", "Items.iif", "Pelmark.bak",
+                                     "Locked.dat", "Kept.txt"})
+                files.WriteAll(old + name, std::string("old ") + name);
+            files.WriteAll(shared + "Kept.txt", "current");
+
+            CommonHouseKeeper(t.app, {root, "pelmark.exe", root, asked});
+            bool moved = asked && t.app.folders.vista;
+            EXPECT_EQ(files.ReadAll(shared + "Pelmark.ini"),
+                      moved ? std::optional<std::string>("old Pelmark.ini") : std::nullopt);
+            if (!moved) {
+                EXPECT_EQ(t.app.folders.movedNote, "");
+                continue;
+            }
+            for (const char* gone : {"Pelmark.exe", "Pelmark.bak", "Locked.dat"})
+                EXPECT_FALSE(fs::exists(shared + gone)) << gone;
+            EXPECT_EQ(files.ReadAll(shared + "Kept.txt"), "current");
+            for (const char* name : {"Pelmark.exe", "Pelmark.ini", "Pelmark.bak", "Locked.dat"})
+                EXPECT_TRUE(fs::exists(old + name)) << name << " must stay in the old folder";
+            EXPECT_EQ(t.app.folders.movedNote,
+                      root +
+                          "\r\nNow using the Shared Documents file below.  Please do not put "
+                          "or change any files in Program files but use the folder below "
+                          "instead");
+            auto lines = t.DebugLines();
+            EXPECT_TRUE(HasLine(lines, "VistaMsg: checking " + shared));
+            EXPECT_TRUE(HasLine(lines, "VistaMsg: copy failed " + old + "Locked.dat"));
+            EXPECT_TRUE(HasLine(lines, "VistaMsg: copying done"));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace pelmark

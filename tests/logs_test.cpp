@@ -1,0 +1,233 @@
+// Debug log, error log and prompts: formats, levels, counters and how the program ends.
+#include <gtest/gtest.h>
+
+#include "app/context.h"
+#include "app/logs.h"
+#include "app/text.h"
+#include "fakes/fakes.h"
+
+namespace pelmark {
+namespace {
+
+using test::TestApp;
+
+void SetDebugLevel(App& app, const std::string& level) {
+    app.frmMain.Find("txtDebugLevel")->text = level;
+}
+
+void SetStopOption(App& app, const std::string& name) {
+    app.frmMain.SetOption(*app.frmMain.Find(name), true);
+}
+
+TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevel) {
+    TestApp t;
+    SetDebugLevel(t.app, "4x");  // the leading number counts
+    t.app.common.currentStep = "PIIIX, Init ";
+    DebugLog(t.app, "Read Ini Entered ", 5);
+    EXPECT_TRUE(t.DebugLines().empty()) << "level 5 lines are not written at level 4";
+
+    DebugLog(t.app, "first", 4);
+    t.clock.Advance(0.015625);
+    DebugLog(t.app, "two\r\nlines", 1);
+    SetDebugLevel(t.app, "5");
+    DebugLog(t.app, "Read Ini Entered ", 5);
+
+    EXPECT_EQ(t.app.common.debug.fileName, "Debug_20261114_221300.Log");
+    auto lines = t.DebugLines();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0], "11/14/2026 10:13:00 PM Pelmark Debug Log Version " + VersionText() + " " +
+                            t.app.folders.program + " pelmark_tests ");
+    EXPECT_EQ(lines[1], "11/14/2026 10:13:00 PM 0000.00-first PIIIX, Init ");
+    EXPECT_EQ(lines[2], "11/14/2026 10:13:00 PM 0000.01563-two\tlines PIIIX, Init ");
+    EXPECT_EQ(lines[3], "11/14/2026 10:13:00 PM 0000.00000-Read Ini Entered  PIIIX, Init ");
+    EXPECT_EQ(t.events.calls, 3) << "each written line lets pending events run";
+}
+
+TEST(DebugLogTest, LevelZeroAndDisabledAndDeveloperMode) {
+    TestApp t;
+    SetDebugLevel(t.app, "");
+    DebugLog(t.app, "only level 0 lines", 1);
+    EXPECT_FALSE(t.app.common.debug.open) << "no file for a run without level-0 lines";
+    t.app.common.developerMode = true;
+    DebugLog(t.app, "bare text", 0, {.bare = true});
+    EXPECT_EQ(t.app.common.debug.fileName, "Debug.Log");
+    EXPECT_EQ(t.DebugLines().back(), "bare text");
+
+    t.app.common.debug.disabled = true;
+    DebugLog(t.app, "not kept", 0);
+    EXPECT_EQ(t.app.common.lastDebugText, "bare text");
+}
+
+TEST(DebugLogTest, UnwritableFolderLosesLinesButNotTheRun) {
+    TestApp t;
+    t.dir.Write("plainfile", "x");
+    t.app.folders.data = t.dir.File("plainfile") + "/sub/";  // a folder that cannot exist
+    SetStopOption(t.app, "optStopOnError");
+    DebugLog(t.app, "lost", 0);
+    WriteErr(t.app, "ERROR\tlost too");
+    EXPECT_FALSE(t.app.common.errLogOpen);
+    EXPECT_EQ(t.app.common.errCounters[0], 1);
+    // An INFO prompt is normally held back by "Error only", but a message that cannot be kept
+    // in the log is shown instead.
+    t.prompter.Answer(kAnsOK);
+    DoErrors(t.app, "the prompt", kMbOKOnly, "INFO\tthe prompt");
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    EXPECT_EQ(t.prompter.shown[0].text, "the prompt");
+}
+
+TEST(ErrLogTest, OpenModesFirstLinesAndCounters) {
+    TestApp t;
+    t.app.settings.path = t.dir.File("Pelmark.ini");
+    t.dir.Write("Err.Log", "old line\r\n");
+    OpenErrLog(t.app, "append");
+    WriteErr(t.app, "error: one");
+    WriteErr(t.app, "ERROR:\ttwo\r\nlines");
+    WriteErr(t.app, "Warn three");
+    WriteErr(t.app, "INFO\tfour");
+    auto lines = t.ErrLines();
+    ASSERT_EQ(lines.size(), 7u);
+    EXPECT_EQ(lines[0], "old line");
+    EXPECT_EQ(lines[1], "INFO\tappend\tErr Log B" + VersionText());
+    EXPECT_EQ(lines[2], "INFO\tfile name \t" + t.dir.File("Pelmark.ini"));
+    EXPECT_EQ(lines[4], "ERROR:\ttwo\tlines");
+    EXPECT_EQ(t.app.common.errCounters[0], 2);
+    EXPECT_EQ(t.app.common.errCounters[1], 1);
+
+    t.app.common.errCounters[1] = INT16_MAX;
+    WriteErr(t.app, "WARNING\tone too many");
+    EXPECT_EQ(t.app.common.errCounters[1], INT16_MAX) << "the counter does not wrap";
+}
+
+TEST(ErrLogTest, InvalidModeLeavesTheLogClosedUntilTheFirstWrite) {
+    TestApp t;
+    t.dir.Write("Err.Log", "from the previous run\r\n");
+    OpenErrLog(t.app, "ADD");
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    EXPECT_EQ(t.prompter.shown[0].text, "Program err - invalid log open ADD");
+    EXPECT_EQ(t.prompter.shown[0].style, kMbCritical);
+    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark");
+    EXPECT_FALSE(t.app.common.errLogOpen);
+    WriteErr(t.app, "INFO\tafter");
+    auto lines = t.ErrLines();
+    ASSERT_EQ(lines.size(), 2u) << "the first write opens the log anew";
+    EXPECT_EQ(lines[0], "INFO\tOUTPUT\tErr Log B" + VersionText());
+}
+
+TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
+    struct Case {
+        const char* option;
+        bool error, warning, info;
+    } cases[] = {
+        {"optStopOnError", true, false, false}, {"optStopOnWarning", true, true, false},
+        {"optStopOnInfo", true, true, true},    {"optStopOnAll", true, true, true},
+        {"optStopOnNone", false, false, false},
+    };
+    for (const Case& c : cases) {
+        TestApp t;
+        SetStopOption(t.app, c.option);
+        DoErrors(t.app, "p", kMbYesNo, "ERROR\te");
+        DoErrors(t.app, "p", kMbYesNo, "WARNING\tw");
+        DoErrors(t.app, "p", kMbYesNo, "INFO\ti");
+        std::vector<std::string> titles;
+        for (auto& s : t.prompter.shown) titles.push_back(s.title);
+        std::vector<std::string> want;
+        if (c.error) want.push_back("Pelmark ERROR");
+        if (c.warning) want.push_back("Pelmark WARNING");
+        if (c.info) want.push_back("Pelmark INFO");
+        EXPECT_EQ(titles, want) << c.option;
+        EXPECT_EQ(t.ErrLines().size(), 4u) << "every line is logged whether asked or not";
+    }
+}
+
+TEST(PromptTest, NoEndsTheProgramThroughTheCloseSteps) {
+    TestApp t;
+    SetStopOption(t.app, "optStopOnAll");
+    int closed = 0;
+    t.app.closeSteps.push_back([&] { ++closed; });
+    t.prompter.Answer(kAnsYes);
+    EXPECT_TRUE(ContinueOrTerminate(t.app, "INFO\tCould not find all iif fields"));
+    EXPECT_EQ(t.prompter.shown[0].text,
+              "Could not find all iif fields\r\nHit YES to continue, NO to terminate");
+    EXPECT_EQ(t.prompter.shown[0].style, kMbYesNo);
+    EXPECT_EQ(closed, 0);
+
+    t.prompter.Answer(kAnsNo);
+    try {
+        ContinueOrTerminate(t.app, "WARNING\tsecond");
+        FAIL() << "No must end the program";
+    } catch (const ProgramEnd& end) {
+        EXPECT_TRUE(end.closed);
+    }
+    EXPECT_EQ(closed, 1);
+    auto lines = t.DebugLines();
+    EXPECT_NE(std::find_if(lines.begin(), lines.end(),
+                           [](auto& l) { return l.find("Close All Entered ") != l.npos; }),
+              lines.end());
+}
+
+TEST(PromptTest, FatalStopAndDeveloperMode) {
+    TestApp t;
+    int closed = 0;
+    t.app.closeSteps.push_back([&] { ++closed; });
+    EXPECT_THROW(CloseWMsg(t.app, "Pelmark invalid ini record #=3"), ProgramEnd);
+    EXPECT_EQ(t.prompter.shown.at(0).style, kMbCritical);
+    EXPECT_EQ(closed, 1);
+
+    TestApp dev;
+    dev.app.common.developerMode = true;
+    dev.app.closeSteps.push_back([&] { ++closed; });
+    try {
+        CloseWMsg(dev.app, "stop");
+    } catch (const ProgramEnd& end) {
+        EXPECT_FALSE(end.closed);
+    }
+    EXPECT_EQ(closed, 1) << "developer mode stops without the close steps";
+
+    // In developer mode a log text whose first field begins with "=" is a caller's mistake.
+    TestApp dev2;
+    dev2.app.common.developerMode = true;
+    EXPECT_THROW(DoErrors(dev2.app, "p", kMbOKOnly, "INFO\t=oops"), ProgramEnd);
+    EXPECT_EQ(dev2.prompter.shown.at(0).title, "Pgm Error Pelmark");
+}
+
+TEST(NumbersTest, CleanNumberNumValAndLeadingNumber) {
+    EXPECT_DOUBLE_EQ(CleanNumber("$1,234.50"), 1234.5);
+    EXPECT_DOUBLE_EQ(CleanNumber("abc"), 0);
+    EXPECT_DOUBLE_EQ(CleanNumber(""), 0);
+    EXPECT_DOUBLE_EQ(CleanNumber(" -7.25 "), -7.25);
+    EXPECT_DOUBLE_EQ(CleanNumber("12abc"), 0);
+    EXPECT_DOUBLE_EQ(NumVal(""), 0);
+    EXPECT_DOUBLE_EQ(NumVal("$-1,000"), -1000);
+    EXPECT_DOUBLE_EQ(LeadingNumber("3x"), 3);
+    EXPECT_DOUBLE_EQ(LeadingNumber(" 1 2.5e1z"), 125);
+    EXPECT_DOUBLE_EQ(LeadingNumber("x3"), 0);
+    EXPECT_DOUBLE_EQ(LeadingNumber("5e"), 5);
+    EXPECT_TRUE(IsNumeric("1e5"));
+    EXPECT_FALSE(IsNumeric("1e"));
+    EXPECT_FALSE(IsNumeric("."));
+    EXPECT_FALSE(IsNumeric("1.2.3"));
+}
+
+TEST(StampTest, MakeDateTimeStampFormatsAndRejects) {
+    TestApp t;
+    auto s = MakeDateTimeStamp(t.app, LocalTime{2026, 1, 2}, LocalTime{2026, 1, 2, 3, 4, 5});
+    ASSERT_TRUE(s);
+    EXPECT_EQ(s->stamp, "20260102_030405");
+    EXPECT_EQ(s->dateText, "2026-01-02");
+    EXPECT_EQ(s->timeText, "03:04:05");
+    EXPECT_FALSE(MakeDateTimeStamp(t.app, LocalTime{2026, 2, 29}));
+    EXPECT_TRUE(MakeDateTimeStamp(t.app, LocalTime{2024, 2, 29}));
+    EXPECT_FALSE(MakeDateTimeStamp(t.app, std::nullopt, LocalTime{2026, 1, 1, 24, 0, 0}));
+}
+
+TEST(TextTest, SplitLinesHandlesEveryLineEnd) {
+    EXPECT_EQ(SplitLines("\xEF\xBB\xBF"
+                         "a\r\nb\nc\rd\r\n"),
+              (std::vector<std::string>{"a", "b", "c", "d"}));
+    EXPECT_EQ(SplitLines("a\n\nb"), (std::vector<std::string>{"a", "", "b"}));
+    EXPECT_TRUE(SplitLines("").empty());
+    EXPECT_EQ(OneLine("a\r\nb\nc"), "a\tb\tc");
+}
+
+}  // namespace
+}  // namespace pelmark

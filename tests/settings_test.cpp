@@ -1,0 +1,363 @@
+// Tests of the settings file: reading, saving, the reports of what could not be applied, checks.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "app/settings.h"
+#include "app/text.h"
+#include "fakes/fakes.h"
+#include "ui/frmMain.h"
+
+namespace pelmark {
+namespace {
+
+using test::TestApp;
+using ui::Control;
+using ui::ControlKind;
+
+std::string SourceFile(const std::string& relative) {
+    std::ifstream in(std::string(PELMARK_SOURCE_DIR) + "/" + relative, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+bool HasLine(const std::vector<std::string>& lines, const std::string& part) {
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
+}
+
+// The lines after the version line.
+std::vector<std::string> Body(const std::string& text) {
+    std::vector<std::string> lines = SplitLines(text);
+    if (!lines.empty()) lines.erase(lines.begin());
+    return lines;
+}
+
+// Gives every setting of the form a value other than its default, the same one every time.
+void SetEverySetting(ui::Form& form) {
+    int n = 0;
+    for (Control& c : form.controls()) {
+        if (!c.holdsSetting) continue;
+        ++n;
+        if (c.kind == ControlKind::CheckBox) c.value = 1 - c.value;
+        if (c.kind == ControlKind::TextBox) c.text = "v" + std::to_string(n) + "=x y";
+        if (c.kind == ControlKind::Label) c.caption = std::to_string(1000 + n);
+        if (c.kind == ControlKind::ListBox) c.selected[8] = c.selected[10] = true;
+        if (c.kind == ControlKind::ComboBox) {
+            // Lists that QuickBooks fills later stay empty in a fresh form.
+            if (c.list.empty()) c.list = {"CF A", "CF B"};
+            c.listIndex = static_cast<int>(c.list.size()) - 1;
+        }
+    }
+    for (const char* name : {"optPurchaseOrder", "optBlankLinesAfter", "optStopOnNone"}) {
+        form.SetOption(*form.Find(name), true);
+    }
+}
+
+void ExpectSameSettings(const ui::Form& want, const ui::Form& got) {
+    for (const Control& w : want.controls()) {
+        if (!w.holdsSetting) continue;
+        const Control* g = got.Find(w.name, w.index);
+        ASSERT_NE(g, nullptr) << w.name;
+        const std::string what = w.name + "(" + std::to_string(w.index) + ")";
+        EXPECT_EQ(g->value, w.value) << what;
+        // A combo box shows its selected entry, or its text when nothing is selected.
+        EXPECT_TRUE(w.kind == ControlKind::ComboBox || g->text == w.text) << what;
+        EXPECT_EQ(g->caption, w.caption) << what;
+        EXPECT_EQ(g->selected, w.selected) << what;
+        EXPECT_EQ(got.ComboText(w.name, w.index), want.ComboText(w.name, w.index)) << what;
+    }
+}
+
+TEST(SettingsFile, GoldenRoundTripOfTheMainForm) {
+    TestApp t;
+    ui::Form saved = ui::MakeMainFormModel();
+    SetEverySetting(saved);
+    SaveSettings(t.app, {&saved});
+
+    EXPECT_TRUE(StartsWith(t.dir.Read("Pelmark.ini"), ";Ver=" + VersionText() + "\r\n[frmMain]"));
+    const std::vector<std::string> golden = Body(SourceFile("tests/data/frmMain_settings.ini"));
+    ASSERT_FALSE(golden.empty());
+    EXPECT_EQ(Body(t.dir.Read("Pelmark.ini")), golden);
+    EXPECT_TRUE(EndsWith(t.dir.Read("Pelmark.ini"), "\r\n[]\r\n"));
+
+    ui::Form fresh = ui::MakeMainFormModel();
+    ReadIni(t.app, fresh, {{}, false});
+    ExpectSameSettings(saved, fresh);
+    EXPECT_TRUE(t.app.settings.notFoundControls.empty());
+    // Custom-field names the fresh lists do not hold yet are reported but survive the next save.
+    EXPECT_NE(t.app.settings.notFoundValues.find("cboCFNetWeight(CF B)"), std::string::npos);
+    const std::string first = t.dir.Read("Pelmark.ini");
+    SaveSettings(t.app, {&fresh});
+    EXPECT_EQ(t.dir.Read("Pelmark.ini"), first);
+    EXPECT_EQ(t.dir.Read("Pelmark.ino"), first);
+}
+
+TEST(SettingsFile, SampleFileReadsWithoutReportAndIsWhatSaveWrites) {
+    TestApp t;
+    const std::string sample = SourceFile("samples/Pelmark.ini");
+    t.dir.Write("Pelmark.ini", sample);
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnAll"), true);
+    ReadIni(t.app, t.app.frmMain);
+    EXPECT_TRUE(t.prompter.shown.empty());
+    EXPECT_EQ(t.app.settings.notFoundControls + t.app.settings.notFoundValues, "");
+    SaveSettings(t.app, {&t.app.frmMain});
+    ASSERT_FALSE(Body(sample).empty());
+    EXPECT_EQ(Body(t.dir.Read("Pelmark.ini")), Body(sample));
+}
+
+TEST(SettingsFile, LineEndsByteOrderMarkAndForcedHeader) {
+    struct Case {
+        const char* name;
+        std::string text;
+    } cases[] = {
+        {"crlf", ";Ver=2.1.17\r\nchkSortDesc(1)=1\r\ntxtBlankLines=3\r\n"},
+        {"lf", ";Ver=2.1.17\nchkSortDesc(1)=1\ntxtBlankLines=3"},
+        {"cr", ";Ver=2.1.17\rchkSortDesc(1)=1\rtxtBlankLines=3\r"},
+        {"bom", "\xEF\xBB\xBF;Ver=2.1.17\r\n  chkSortDesc(1)=1  \r\ntxtBlankLines=3\r\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestApp t;
+        t.dir.Write("Pelmark.ini", c.text);
+        ReadIni(t.app, t.app.frmMain);
+        EXPECT_EQ(t.app.settings.version, "2.1.17");
+        EXPECT_EQ(t.app.settings.records.front(), "[frmMain]");
+        EXPECT_TRUE(t.app.frmMain.Checked("chkSortDesc", 1));
+        EXPECT_EQ(t.app.frmMain.Text("txtBlankLines"), "3");
+        EXPECT_TRUE(HasLine(t.DebugLines(), "Read ini forced [frmMain]"));
+        EXPECT_TRUE(t.prompter.shown.empty());
+    }
+
+    TestApp t;
+    t.dir.Write("Pelmark.ini", "");
+    ReadIni(t.app, t.app.frmMain);
+    EXPECT_TRUE(t.app.settings.records.empty());
+    EXPECT_EQ(t.app.frmMain.Text("txtBlankLines"), "1");
+    EXPECT_TRUE(t.prompter.shown.empty());
+}
+
+TEST(SettingsFile, SectionsKeysAndValues) {
+    TestApp t;
+    ui::Form& f = t.app.frmMain;
+    f.Find("txtItemSubTotal")->tag = "7";
+    t.dir.Write("Pelmark.ini",
+                "[frmOther]\r\n"
+                "txtBlankLines=8\r\n"
+                "[FRMMAIN]\r\n"
+                "chkSortDesc(2=1\r\n"         // 4: no closing bracket
+                "chkSortDesc(x)=1\r\n"        // 5: index not a number
+                "cboTotalsItem[abc=1\r\n"     // 6: no closing bracket
+                "txtItemSubTotal[7]=a=b\r\n"  // the value keeps every "=" after the first
+                "# a comment\r\n"
+                "chkSortDesc(0)=True\r\n"
+                "chkSortDesc(1)=t\r\n"
+                "chkSortDesc(3)=-1\r\n"
+                "optSalesOrder=True\r\n"
+                "cboSortField(0)=item name\r\n"
+                "cboSortField(1)=Amount\r\n"
+                "cboSortField(1)=--Default--\r\n"
+                "cboSortField(2)=Qty\r\n"
+                "cboSortField(2)=--None--\r\n"
+                "lstOptionsInternal=8,10\r\n"
+                "lblTimeProDelay=250\r\n"
+                "UpDownlblSleepVBA=1e12\r\n"
+                "cboAdvCustType=Retail\r\n"
+                "TXTFILEPRICEBYQTY3=12\r\n"
+                "[]\r\n"
+                "txtBlankLines=9\r\n");
+    ReadIni(t.app, f);
+
+    EXPECT_EQ(f.Text("txtBlankLines"), "1");
+    EXPECT_EQ(f.Text("txtItemSubTotal"), "a=b");
+    EXPECT_FALSE(f.Checked("chkSortDesc", 2));
+    std::vector<std::string> debug = t.DebugLines();
+    EXPECT_TRUE(HasLine(debug, "Invalid Control Array Ini=chkSortDesc(2, rec#=4"));
+    EXPECT_TRUE(HasLine(debug, "Invalid Control Array Ini=chkSortDesc(x), rec#=5"));
+    EXPECT_TRUE(HasLine(debug, "Invalid Control ID Ini=cboTotalsItem[abc, rec#=6"));
+    EXPECT_TRUE(f.Checked("chkSortDesc", 0));
+    EXPECT_TRUE(f.Checked("chkSortDesc", 1));
+    EXPECT_FALSE(f.Checked("chkSortDesc", 3));
+    EXPECT_TRUE(f.Checked("optSalesOrder"));
+    EXPECT_FALSE(f.Checked("optInvoice"));
+    EXPECT_EQ(f.ComboText("cboSortField", 0), "Item Name");
+    EXPECT_EQ(f.ComboText("cboSortField", 1), "Amount");
+    EXPECT_EQ(f.Find("cboSortField", 2)->listIndex, -1);
+    EXPECT_EQ(f.Find("lstOptionsInternal")->selected,
+              std::vector<bool>({0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 1}));
+    EXPECT_EQ(f.Caption("lblTimeProDelay"), "250");
+    EXPECT_EQ(f.Find("UpDownlblTimeProDelay")->value, 250);
+    EXPECT_EQ(f.Find("UpDownlblSleepVBA")->value, INT32_MAX);
+    EXPECT_EQ(t.app.settings.notFoundControls, "");
+    EXPECT_EQ(t.app.settings.notFoundValues, "");
+
+    SaveSettings(t.app, {&f});
+    const std::string saved = t.dir.Read("Pelmark.ini");
+    EXPECT_NE(saved.find("\r\ntxtItemSubTotal[7]=a=b\r\n"), std::string::npos);
+    EXPECT_NE(saved.find("\r\nlstOptionsInternal=8,10\r\n"), std::string::npos);
+
+    // A value with line breaks stays one record; a restricted read touches only what it names.
+    f.Find("txtLinesMax")->text = "2\r\n0\n0";
+    SaveSettings(t.app, {&f});
+    f.Find("txtLinesMax")->text = "";
+    f.Find("chkSortDesc", 0)->value = 0;
+    ReadIni(t.app, f, {{"TXTLINESMAX"}, true});
+    EXPECT_EQ(f.Text("txtLinesMax"), "2 0 0");
+    EXPECT_FALSE(f.Checked("chkSortDesc", 0));
+}
+
+TEST(SettingsFile, UnknownControlsAndValuesAreReportedOnceAtTheEnd) {
+    const std::string ini =
+        "[frmMain]\r\n"
+        "chkNoSuch=1\r\n"
+        "cboSortField(0)=Nope\r\n"
+        "cboSortField=Amount\r\n"
+        "cboCFNetWeight=Lbs\r\n"
+        "cboTotalsItem=Freight\r\n"
+        "lstOptionsInternal=3,99\r\n";
+    TestApp t;
+    ui::Form& f = t.app.frmMain;
+    f.SetOption(*f.Find("optStopOnAll"), true);
+    t.dir.Write("Pelmark.ini", ini);
+    ReadIni(t.app, f);
+
+    EXPECT_EQ(t.app.settings.notFoundControls,
+              "Rec#=2 form [frmMain], record=chkNoSuch=1\r\n"
+              "Rec#=4 form [frmMain], record=cboSortField=Amount");
+    EXPECT_EQ(t.app.settings.notFoundValues,
+              "cboSortField(0)(Nope)\r\ncboCFNetWeight(Lbs)\r\nlstOptionsInternal(3,99)");
+    ASSERT_EQ(t.prompter.shown.size(), 2u);
+    EXPECT_NE(t.prompter.shown[0].text.find("The following INI controls were not found. "
+                                            "Usaully occurs when updating versions. Continue?"),
+              std::string::npos);
+    EXPECT_NE(t.prompter.shown[1].text.find("The settings INI value(s) for the below were not "
+                                            "found: "),
+              std::string::npos);
+    EXPECT_NE(t.prompter.shown[1].text.find(kContinueOrTerminate), std::string::npos);
+    // Values the lists do not hold yet wait in the text and are saved as they were read.
+    EXPECT_EQ(f.ComboText("cboSortField", 0), "Nope");
+    EXPECT_EQ(f.ComboText("cboTotalsItem"), "Freight");
+    SaveSettings(t.app, {&f});
+    const std::string saved = t.dir.Read("Pelmark.ini");
+    EXPECT_NE(saved.find("\r\ncboSortField(0)=Nope\r\n"), std::string::npos);
+    EXPECT_NE(saved.find("\r\ncboCFNetWeight=Lbs\r\n"), std::string::npos);
+
+    TestApp ends;
+    ends.dir.Write("Pelmark.ini", ini);
+    ends.app.frmMain.SetOption(*ends.app.frmMain.Find("optStopOnAll"), true);
+    ends.prompter.Answer(kAnsNo);
+    EXPECT_THROW(ReadIni(ends.app, ends.app.frmMain), ProgramEnd);
+}
+
+TEST(SettingsFile, InvalidRecordEndsTheProgramAndLeavesTheFile) {
+    struct Case {
+        std::string text;
+        std::string message;
+    } cases[] = {
+        {"[frmMain]\r\nchkSortDesc(0)=1\r\nplain words\r\n",
+         "Pelmark invalid ini record #=3\r\nplain words"},
+        {";Ver=1.0.0\nchkSortDesc(0)=1\n  plain words  \n",
+         "Pelmark invalid ini record #=3\r\nplain words"},
+        {"[frmOther]\r\nwho knows\r\n", "Pelmark invalid ini record #=2\r\nwho knows"},
+    };
+    for (const Case& c : cases) {
+        TestApp t;
+        t.dir.Write("Pelmark.ini", c.text);
+        EXPECT_THROW(ReadIni(t.app, t.app.frmMain), ProgramEnd);
+        ASSERT_EQ(t.prompter.shown.size(), 1u);
+        EXPECT_EQ(t.prompter.shown[0].text, c.message);
+        EXPECT_FALSE(t.app.frmMain.Checked("chkSortDesc", 0));
+        EXPECT_EQ(t.dir.Read("Pelmark.ini"), c.text);
+        EXPECT_FALSE(t.app.sys.files->Exists(t.dir.File("Pelmark.ino")));
+    }
+}
+
+TEST(SettingsFile, MissingFileWarnsThenKeepsDefaults) {
+    TestApp t;
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnAll"), true);
+    ReadIni(t.app, t.app.frmMain);
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark WARNING");
+    EXPECT_NE(t.prompter.shown[0].text.find(t.dir.File("Pelmark.ini")), std::string::npos);
+    EXPECT_EQ(t.app.frmMain.Text("txtLinesMax"), "200");
+
+    TestApp ends;
+    ends.app.frmMain.SetOption(*ends.app.frmMain.Find("optStopOnWarning"), true);
+    ends.prompter.Answer(kAnsNo);
+    EXPECT_THROW(ReadIni(ends.app, ends.app.frmMain), ProgramEnd);
+}
+
+TEST(SettingsFile, HeldFileIsRetriedAndThePreviousFileKept) {
+    // The new file's first write fails as `status`; the old file holds "old".
+    auto failingSave = [](TestApp& t, FileStatus status) {
+        t.dir.Write("Pelmark.ini", "old");
+        t.dir.Write("Pelmark.ino", "older");
+        t.files.failPathPart = "Pelmark.ini";
+        t.files.failOnCall = 1;
+        t.files.failStatus = status;
+        SaveSettings(t.app, {&t.app.frmMain});
+    };
+    TestApp yes;
+    yes.prompter.Answer(kAnsYes);
+    failingSave(yes, FileStatus::HeldByOther);
+    ASSERT_EQ(yes.prompter.shown.size(), 1u);
+    EXPECT_EQ(yes.prompter.shown[0].text,
+              yes.dir.File("Pelmark.ini") + " is held by another process, retry?");
+    EXPECT_EQ(yes.prompter.shown[0].style, kMbYesNo | kMbQuestion);
+    EXPECT_TRUE(StartsWith(yes.dir.Read("Pelmark.ini"), ";Ver="));
+    EXPECT_EQ(yes.dir.Read("Pelmark.ino"), "old");
+
+    TestApp no;
+    no.prompter.Answer(kAnsNo);
+    EXPECT_THROW(failingSave(no, FileStatus::HeldByOther), ProgramEnd);
+    EXPECT_EQ(no.dir.Read("Pelmark.ino"), "old");
+
+    TestApp broken;
+    failingSave(broken, FileStatus::Failed);
+    EXPECT_TRUE(broken.prompter.shown.empty());
+    EXPECT_TRUE(HasLine(broken.DebugLines(), "Save settings do it err=75 injected failure"));
+    EXPECT_EQ(broken.dir.Read("Pelmark.ino"), "old");
+}
+
+TEST(SettingsFile, FieldChecks) {
+    struct Case {
+        const char* value;
+        FieldLimits limits;
+        bool valid;
+        const char* reason;
+    } cases[] = {
+        {" $1,000 ", {0, 2000}, true, ""},
+        {"", {0, 9, true}, true, ""},
+        {"-0.5", {0, {}}, false, "Out of valid Range"},
+        {"9.01", {0, 9}, false, "Out of valid Range"},
+    };
+    for (const Case& c : cases) {
+        std::string reason = "stale";
+        EXPECT_EQ(ValidateField(c.value, c.limits, &reason), c.valid) << c.value;
+        EXPECT_EQ(reason, c.reason) << c.value;
+    }
+
+    const std::string blank = "Invalid number. Must be between 0-9 ";
+    struct Check {
+        const char* text;
+        std::optional<std::string> blankLines, debugLevel;
+    } checks[] = {
+        {"0", {}, {}},
+        {"9", {}, {}},
+        {"10", blank + "Out of valid Range", {}},
+        {"-1", blank + "Out of valid Range", "Invalid -1"},
+        {"x", blank + "Not numeric", "Invalid x"},
+        {"", blank + "Is Blank", "Invalid "},
+        {"1.5", blank + "Not numeric", {}},
+    };
+    for (const Check& c : checks) {
+        EXPECT_EQ(CheckBlankLines(c.text), c.blankLines) << c.text;
+        EXPECT_EQ(CheckDebugLevel(c.text), c.debugLevel) << c.text;
+    }
+}
+
+}  // namespace
+}  // namespace pelmark
