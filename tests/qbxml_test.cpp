@@ -1,0 +1,673 @@
+// Tests of the qbXML message model: request order, text, lengths, OR groups, rejections and
+// versions, and the parsing of QuickBooks' own responses and of broken ones.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "qb/qbxml.h"
+#include "qb/qbxmlResponse.h"
+
+namespace pelmark::qb {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string ReadFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+fs::path RealDir() {
+    return fs::path(PELMARK_SOURCE_DIR) / ".." / "shared" / "qbxml" / "real";
+}
+
+// The request as written, read back.
+View WrittenRequest(const MsgSetRequest& set, std::size_t index = 0) {
+    ResponseParseResult parsed = ParseXmlFragment(set.ToXMLString());
+    EXPECT_TRUE(parsed.ok()) << parsed.description;
+    return parsed.root.Child("QBXMLMsgsRq").Children()[index];
+}
+
+std::vector<std::string> Names(const View& v) {
+    std::vector<std::string> names;
+    for (const View& c : v.Children()) names.push_back(c.Name());
+    return names;
+}
+
+// An InvoiceModRq with what it requires, for tests about one of its fields.
+Node& InvoiceMod(MsgSetRequest& set) {
+    Node& mod = set.Append("InvoiceModRq").Child("InvoiceMod");
+    mod.Field("TxnID").SetValue("1-1");
+    mod.Field("EditSequence").SetValue("1");
+    return mod;
+}
+
+TEST(QbxmlRequest, WritesSchemaOrderWhateverOrderFieldsWereSetIn) {
+    MsgSetRequest set("US", 7, 0);
+    Node& rq = set.Append("InvoiceModRq");
+    rq.Append("IncludeRetElement").SetValue("TxnID");
+    Node& mod = rq.Child("InvoiceMod");
+    mod.Field("Other").SetValue("o");
+    Node& first = mod.Append("InvoiceLineMod");
+    first.Field("Other2").SetValue("b");
+    first.Field("Amount").SetValue(1.0);
+    first.Field("Desc").SetValue("first");
+    first.Field("ItemRef/FullName").SetValue("Item");
+    first.Field("TxnLineID").SetValue(-1);
+    Node& group = mod.Append("InvoiceLineGroupMod");
+    group.Field("Quantity").SetValue(2);
+    group.Field("TxnLineID").SetValue(-1);
+    group.Field("ItemGroupRef/FullName").SetValue("Kit");
+    rq.Append("InvoiceMod/InvoiceLineMod").Field("TxnLineID").SetValue(-1);
+    mod.Append("InvoiceLineMod").Field("TxnLineID").SetValue(-1);
+    mod.Field("Memo").SetValue("m");
+    mod.Field("RefNumber").SetValue("7");
+    rq.Append("IncludeRetElement").SetValue("RefNumber");
+    mod.Field("EditSequence").SetValue("5");
+    mod.Field("TxnID").SetValue("1-1");
+    mod.Field("CustomerRef/FullName").SetValue("C");
+    rq.Append("IncludeRetElement").SetValue("EditSequence");
+
+    View written = WrittenRequest(set);
+    EXPECT_EQ(Names(written), (std::vector<std::string>{"InvoiceMod", "IncludeRetElement",
+                                                        "IncludeRetElement", "IncludeRetElement"}));
+    std::vector<std::string> retElements;
+    for (const View& v : written.Children("IncludeRetElement")) retElements.push_back(v.GetValue());
+    EXPECT_EQ(retElements, (std::vector<std::string>{"TxnID", "RefNumber", "EditSequence"}));
+    // Lines and line groups stay in the order they were added, after the header fields.
+    View writtenMod = written.Child("InvoiceMod");
+    EXPECT_EQ(Names(writtenMod),
+              (std::vector<std::string>{"TxnID", "EditSequence", "CustomerRef", "RefNumber", "Memo",
+                                        "Other", "InvoiceLineMod", "InvoiceLineGroupMod",
+                                        "InvoiceLineMod", "InvoiceLineMod"}));
+    View lines[] = {writtenMod.Children()[6], writtenMod.Children()[7]};
+    EXPECT_EQ(Names(lines[0]),
+              (std::vector<std::string>{"TxnLineID", "ItemRef", "Desc", "Amount", "Other2"}));
+    EXPECT_EQ(Names(lines[1]), (std::vector<std::string>{"TxnLineID", "ItemGroupRef", "Quantity"}));
+    EXPECT_EQ(mod.Count("InvoiceLineMod"), 3u);
+    EXPECT_EQ(mod.Append("InvoiceLineMod").Path(), "InvoiceModRq/InvoiceMod/InvoiceLineMod[4]");
+}
+
+TEST(QbxmlRequest, EscapesTextAndWritesOnlyAscii) {
+    struct Case {
+        const char* value;
+        const char* written;
+        const char* readBack;
+    };
+    const Case cases[] = {
+        {"A & B <c> \"d\" 'e'", "A &amp; B &lt;c&gt; &quot;d&quot; &apos;e&apos;",
+         "A & B <c> \"d\" 'e'"},
+        {"caf\xC3\xA9", "caf&#233;", "caf\xC3\xA9"},
+        {"\xE2\x82\xAC 5", "&#8364; 5", "\xE2\x82\xAC 5"},
+        {"\xF0\x9F\x98\x80", "&#128512;", "\xF0\x9F\x98\x80"},
+        // Bytes that are not UTF-8 are Windows-1252, as the "A" window functions deliver them.
+        {"it\x92s \xE9t\xE9", "it&#8217;s &#233;t&#233;", "it\xE2\x80\x99s \xC3\xA9t\xC3\xA9"},
+        {"a\r\nb\tc", "a&#13;\nb\tc", "a\r\nb\tc"},
+    };
+    for (const Case& c : cases) {
+        MsgSetRequest set("US", 7, 0);
+        InvoiceMod(set).Field("Memo").SetValue(c.value);
+        std::string xml = set.ToXMLString();
+        EXPECT_NE(xml.find(std::string("<Memo>") + c.written + "</Memo>"), std::string::npos)
+            << c.written << "\n"
+            << xml;
+        EXPECT_TRUE(std::all_of(xml.begin(), xml.end(), [](char ch) { return ch > 0; })) << xml;
+        EXPECT_EQ(WrittenRequest(set).GetValue("InvoiceMod/Memo"), c.readBack);
+    }
+    MsgSetRequest set("US", 7, 0);
+    Node& rq = set.Append("CustomerQueryRq");
+    rq.SetAttribute("requestID", "a\"<&\n");
+    EXPECT_NE(set.ToXMLString().find("requestID=\"a&quot;&lt;&amp;&#10;\""), std::string::npos);
+    EXPECT_EQ(WrittenRequest(set).Attribute("requestID"), "a\"<&\n");
+    try {
+        InvoiceMod(set).Field("Memo").SetValue("bell\x07");
+        ADD_FAILURE() << "a control character was accepted";
+    } catch (const QbxmlError& e) {
+        EXPECT_EQ(e.kind(), QbxmlErrorKind::BadValue);
+    }
+}
+
+TEST(QbxmlRequest, MaxLengthsAreThoseOfQuickBooksDesktopInTheReference) {
+    struct Case {
+        const char* request;
+        const char* repeated;  // appended first, when the field sits in a line
+        const char* field;
+        int maxLength;
+    };
+    const Case cases[] = {
+        {"InvoiceModRq", "", "InvoiceMod/RefNumber", 11},
+        {"InvoiceModRq", "", "InvoiceMod/EditSequence", 16},
+        {"InvoiceModRq", "", "InvoiceMod/CustomerRef/FullName", 209},
+        {"InvoiceModRq", "", "InvoiceMod/Memo", 4095},
+        {"InvoiceModRq", "", "InvoiceMod/TxnID", 0},
+        // "max length = 3 for QBD|QBCA|QBUK, max length = 6 for QBAU"
+        {"InvoiceModRq", "", "InvoiceMod/CustomerSalesTaxCodeRef/FullName", 3},
+        {"InvoiceModRq", "InvoiceMod/InvoiceLineMod", "Desc", 4095},
+        {"InvoiceModRq", "InvoiceMod/InvoiceLineMod", "ClassRef/FullName", 159},
+        {"InvoiceModRq", "InvoiceMod/InvoiceLineMod", "Other1", 29},
+        // The reference gives a line's ItemRef/FullName no maximum.
+        {"InvoiceModRq", "InvoiceMod/InvoiceLineMod", "ItemRef/FullName", 0},
+        // "max length = 31" with no edition applies to QuickBooks Desktop too.
+        {"DataExtAddRq", "", "DataExtAdd/DataExtName", 31},
+        {"DataExtAddRq", "", "DataExtAdd/ListObjRef/FullName", 159},
+        {"DataExtModRq", "", "DataExtMod/DataExtValue", 0},
+        {"ItemQueryRq", "", "IncludeRetElement", 50},
+    };
+    for (const Case& c : cases) {
+        MsgSetRequest set("US", 7, 0);
+        Node& rq = set.Append(c.request);
+        Node& base = *c.repeated ? rq.Append(c.repeated) : rq;
+        Node& field = std::string(c.field) == "IncludeRetElement" ? base.Append(c.field)
+                                                                  : base.Field(c.field);
+        EXPECT_EQ(field.GetMaxLength(), c.maxLength) << c.request << " " << c.field;
+    }
+
+    MsgSetRequest set("US", 7, 0);
+    Node& ref = InvoiceMod(set).Field("RefNumber");
+    ref.SetValue("12345678901");
+    EXPECT_THROW(ref.SetValue("123456789012"), QbxmlError);
+    EXPECT_EQ(ref.GetValue(), "12345678901");
+    // Lengths count characters, not UTF-8 bytes.
+    std::string eleven;
+    for (int i = 0; i < 11; ++i) eleven += "\xC3\xA9";
+    ref.SetValue(eleven);
+    EXPECT_EQ(CharCount(eleven + "x"), 12u);
+    EXPECT_EQ(LeftChars(eleven + "x", 11), eleven);
+    EXPECT_EQ(LeftChars("ab\x92"
+                        "cd",
+                        3),
+              "ab\x92");
+}
+
+TEST(QbxmlRequest, ChoosingABranchOfAnOrGroupClearsTheOthers) {
+    MsgSetRequest set("US", 7, 0);
+    Node& q = set.Append("InvoiceQueryRq");
+    q.Field("IncludeLineItems").SetValue(true);
+    q.Append("RefNumber").SetValue("1001");
+    q.Append("RefNumber").SetValue("1002");
+    q.Append("TxnID").SetValue("5-1");
+    EXPECT_EQ(q.Count("RefNumber"), 0u);
+    EXPECT_EQ(q.Count("TxnID"), 1u);
+
+    q.Field("MaxReturned").SetValue(10);
+    q.Field("ModifiedDateRangeFilter/FromModifiedDate").SetValue("2024-01-01T00:00:00");
+    q.Append("EntityFilter/FullName").SetValue("Acme");
+    // The inner group: a date range by transaction date replaces the modified-date range and
+    // keeps the rest of the outer branch.
+    q.Field("TxnDateRangeFilter/FromTxnDate").SetValue("2024-01-01");
+    q.Field("TxnDateRangeFilter/DateMacro").SetValue("ThisMonth");
+    View written = WrittenRequest(set);
+    EXPECT_EQ(Names(written), (std::vector<std::string>{"MaxReturned", "TxnDateRangeFilter",
+                                                        "EntityFilter", "IncludeLineItems"}));
+    EXPECT_EQ(Names(written.Child("TxnDateRangeFilter")), std::vector<std::string>{"DateMacro"});
+
+    q.Append("RefNumber").SetValue("9");
+    EXPECT_EQ(Names(WrittenRequest(set)),
+              (std::vector<std::string>{"RefNumber", "IncludeLineItems"}));
+
+    // A reference into a cleared branch stays usable and takes its branch back.
+    Node& line = InvoiceMod(set).Append("InvoiceLineMod");
+    line.Field("TxnLineID").SetValue(-1);
+    Node& rate = line.Field("Rate");
+    rate.SetValue(1.5);
+    line.Field("RatePercent").SetValue(-5);
+    line.Field("PriceLevelRef/FullName").SetValue("Retail");
+    EXPECT_FALSE(rate.IsSet());
+    EXPECT_EQ(Names(WrittenRequest(set, 1).Child("InvoiceMod/InvoiceLineMod")),
+              (std::vector<std::string>{"TxnLineID", "PriceLevelRef"}));
+    rate.SetValue(2.0);
+    EXPECT_FALSE(line.Child("PriceLevelRef").IsSet());
+    EXPECT_EQ(WrittenRequest(set, 1).GetValue("InvoiceMod/InvoiceLineMod/Rate"), "2");
+}
+
+TEST(QbxmlRequest, RejectsWhatTheSchemaDoesNotAllow) {
+    using K = QbxmlErrorKind;
+    auto line = [](MsgSetRequest& s) -> Node& { return InvoiceMod(s).Append("InvoiceLineMod"); };
+    auto query = [](MsgSetRequest& s) -> Node& { return s.Append("ItemQueryRq"); };
+    struct Case {
+        K kind;
+        std::function<void(MsgSetRequest&)> act;
+        const char* path;  // where the error says it happened
+    };
+    const Case cases[] = {
+        {K::UnknownElement, [](auto& s) { InvoiceMod(s).Field("Desc"); },
+         "InvoiceModRq/InvoiceMod"},
+        {K::UnknownRequest, [](auto& s) { s.Append("InvoiceSortRq"); }, "InvoiceSortRq"},
+        {K::UnknownRequest, [](auto& s) { s.Append("UIEventSubscriptionAddRq"); },
+         "UIEventSubscriptionAddRq"},
+        {K::NotSupported, [](auto& s) { s.Append("AlertAddRq"); }, "AlertAddRq"},  // private
+        {K::NotSupported, [](auto& s) { InvoiceMod(s).Field("IsTaxIncluded"); },   // not in QBD
+         "InvoiceModRq/InvoiceMod"},
+        {K::NotALeaf, [](auto& s) { InvoiceMod(s).Field("CustomerRef"); },
+         "InvoiceModRq/InvoiceMod/CustomerRef"},
+        {K::NotAnAggregate, [](auto& s) { InvoiceMod(s).Child("Memo/Text"); },
+         "InvoiceModRq/InvoiceMod/Memo"},
+        {K::NotRepeatable, [](auto& s) { InvoiceMod(s).Append("Memo"); },
+         "InvoiceModRq/InvoiceMod"},
+        {K::NotRepeatable, [](auto& s) { InvoiceMod(s).Field("InvoiceLineMod/Desc"); },
+         "InvoiceModRq/InvoiceMod"},
+        {K::BadValue,
+         [](auto& s) { s.Append("TxnDisplayModRq").Field("TxnDisplayModType").SetValue("Order"); },
+         "TxnDisplayModRq/TxnDisplayModType"},
+        {K::BadValue, [&](auto& s) { line(s).Field("ServiceDate").SetValue("2023-02-29"); },
+         "InvoiceModRq/InvoiceMod/InvoiceLineMod/ServiceDate"},
+        {K::BadValue, [&](auto& s) { line(s).Field("Amount").SetValue("$5"); },
+         "InvoiceModRq/InvoiceMod/InvoiceLineMod/Amount"},
+        {K::BadValue, [&](auto& s) { line(s).Field("Desc").SetValue(1.5); },
+         "InvoiceModRq/InvoiceMod/InvoiceLineMod/Desc"},
+        {K::BadValue, [&](auto& s) { line(s).Field("Amount").SetEmpty(); },
+         "InvoiceModRq/InvoiceMod/InvoiceLineMod/Amount"},
+        {K::BadValue, [&](auto& s) { query(s).Field("MaxReturned").SetValue(0); },
+         "ItemQueryRq/MaxReturned"},
+        {K::BadValue, [&](auto& s) { query(s).Append("OwnerID").SetValue("me"); },
+         "ItemQueryRq/OwnerID"},
+        {K::UnknownAttribute, [&](auto& s) { query(s).SetAttribute("iterator", "Restart"); },
+         "ItemQueryRq"},
+        {K::TooLong,
+         [&](auto& s) {
+             line(s);
+             s.GetAt(0)
+                 .Child("InvoiceMod")
+                 .Append("InvoiceLineMod")
+                 .Field("Other1")
+                 .SetValue(std::string(30, 'x'));
+         },
+         "InvoiceModRq/InvoiceMod/InvoiceLineMod[2]/Other1"},
+        {K::MissingRequired,
+         [](auto& s) {
+             s.Append("InvoiceModRq").Child("InvoiceMod").Field("TxnID").SetValue("1-1");
+             s.ToXMLString();
+         },
+         "InvoiceModRq/InvoiceMod"},
+        {K::MissingRequired,  // none of the three kinds of object named
+         [](auto& s) {
+             Node& add = s.Append("DataExtAddRq").Child("DataExtAdd");
+             add.Field("OwnerID").SetValue("0");
+             add.Field("DataExtName").SetValue("Colour");
+             add.Field("DataExtValue").SetValue("Red");
+             s.ToXMLString();
+         },
+         "DataExtAddRq/DataExtAdd"},
+        {K::MissingRequired,  // a transaction kind without its TxnID
+         [](auto& s) {
+             Node& del = s.Append("DataExtDelRq").Child("DataExtDel");
+             del.Field("OwnerID").SetValue("0");
+             del.Field("DataExtName").SetValue("Colour");
+             del.Field("TxnDataExtType").SetValue("Invoice");
+             s.ToXMLString();
+         },
+         "DataExtDelRq/DataExtDel"},
+    };
+    for (const Case& c : cases) {
+        MsgSetRequest set("US", 7, 0);
+        try {
+            c.act(set);
+            ADD_FAILURE() << c.path << ": accepted";
+        } catch (const QbxmlError& e) {
+            EXPECT_EQ(e.kind(), c.kind) << e.what();
+            EXPECT_EQ(e.path(), c.path) << e.what();
+        }
+    }
+    EXPECT_THROW(MsgSetRequest("CA", 7, 0), QbxmlError);
+    EXPECT_THROW(MsgSetRequest("US", 0, 5), QbxmlError);
+}
+
+TEST(QbxmlRequest, ElementsNewerThanTheMessageSetAreReported) {
+    struct Case {
+        int major, minor;
+        const char* request;
+        const char* parent;  // a line, appended; "" for the request itself
+        const char* field;   // "" for the request itself
+        bool allowed;
+    };
+    const Case cases[] = {
+        {2, 0, "InvoiceModRq", "", "", false},  // InvoiceMod came with 2.1
+        {2, 1, "InvoiceModRq", "", "", true},
+        {2, 1, "TemplateQueryRq", "", "", false},                  // 3.0
+        {3, 0, "InvoiceQueryRq", "", "OwnerID", true},             // 2.0
+        {3, 0, "InvoiceQueryRq", "", "IncludeRetElement", false},  // 4.0
+        {4, 0, "InvoiceQueryRq", "", "IncludeRetElement", true},
+        {6, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "UnitOfMeasure", false},  // 7.0
+        {6, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "Other1", true},
+        {5, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "Other1", false},  // 6.0
+        {13, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "UnitOfMeasure", true},
+    };
+    for (const Case& c : cases) {
+        std::string what = std::string(c.request) + " " + c.field + " in " +
+                           std::to_string(c.major) + "." + std::to_string(c.minor);
+        MsgSetRequest set("US", c.major, c.minor);
+        try {
+            if (!*c.field) {
+                EXPECT_EQ(set.Supports(c.request), c.allowed) << what;
+                set.Append(c.request);
+            } else {
+                Node& rq = set.Append(c.request);
+                Node& holder = *c.parent ? rq.Append(c.parent) : rq;
+                auto names = holder.ChildNames();
+                EXPECT_EQ(holder.Supports(c.field), c.allowed) << what;
+                EXPECT_EQ(std::count(names.begin(), names.end(), c.field), c.allowed) << what;
+                std::string f = c.field;
+                (f == "OwnerID" || f == "IncludeRetElement") ? holder.Append(f) : holder.Field(f);
+            }
+            EXPECT_TRUE(c.allowed) << what << ": accepted";
+        } catch (const QbxmlError& e) {
+            EXPECT_FALSE(c.allowed) << what << ": " << e.what();
+            EXPECT_EQ(e.kind(), QbxmlErrorKind::NotInVersion) << what;
+            EXPECT_NE(std::string(e.what()).find("needs qbXML"), std::string::npos) << e.what();
+        }
+    }
+}
+
+TEST(QbxmlRequest, FormatsValuesAsTheirSchemaTypeWants) {
+    struct Case {
+        const char* field;
+        std::function<void(Node&)> set;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"Amount", [](Node& f) { f.SetValue(12.5); }, "12.50"},
+        {"Amount", [](Node& f) { f.SetValue(-0.001); }, "0.00"},
+        {"Amount", [](Node& f) { f.SetValue(7); }, "7.00"},
+        {"Amount", [](Node& f) { f.SetValue("-89.10"); }, "-89.10"},
+        {"Rate", [](Node& f) { f.SetValue(2.123456); }, "2.12346"},
+        {"Quantity", [](Node& f) { f.SetValue(3.0); }, "3"},
+        {"Quantity", [](Node& f) { f.SetValue(0.25); }, "0.25"},
+        {"RatePercent", [](Node& f) { f.SetValue(-15); }, "-15"},
+        {"TxnLineID", [](Node& f) { f.SetValue(-1); }, "-1"},
+        {"ServiceDate", [](Node& f) { f.SetValue("2024-02-29"); }, "2024-02-29"},
+        {"Desc", [](Node& f) { f.SetValue(""); }, ""},
+        {"Desc", [](Node& f) { f.SetEmpty(); }, ""},
+    };
+    for (const Case& c : cases) {
+        MsgSetRequest set("US", 7, 0);
+        Node& line = InvoiceMod(set).Append("InvoiceLineMod");
+        line.Field("TxnLineID").SetValue("-1");
+        Node& field = line.Field(c.field);
+        c.set(field);
+        EXPECT_TRUE(field.IsSet()) << c.field;
+        EXPECT_EQ(field.GetValue(), c.text) << c.field;
+        std::string xml = set.ToXMLString();
+        std::string element = std::string("<") + c.field + ">" + c.text + "</" + c.field + ">";
+        EXPECT_NE(xml.find(element), std::string::npos) << element << "\n" << xml;
+    }
+    MsgSetRequest set("US", 7, 0);
+    Node& q = set.Append("ItemQueryRq");
+    q.Field("MaxReturned").SetValue(2.0);
+    EXPECT_EQ(q.Field("MaxReturned").GetAsString(), "2");
+    EXPECT_THROW(q.Field("MaxReturned").SetValue(2.5), QbxmlError);
+    EXPECT_FALSE(q.Field("ActiveStatus").IsSet());
+    q.Field("MaxReturned").Clear();
+    EXPECT_FALSE(q.IsSet());
+}
+
+TEST(QbxmlRequest, WritesTheMessageSetEnvelope) {
+    MsgSetRequest set("US", 1, 0);
+    set.attributes.onError = OnError::continueOnError;
+    set.Append("HostQueryRq");
+    set.Append("CompanyQueryRq").SetAttribute("requestID", "company");
+    EXPECT_EQ(set.ToXMLString(),
+              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+              "<?qbxml version=\"1.0\"?>\n"
+              "<QBXML>\n"
+              "  <QBXMLMsgsRq onError=\"continueOnError\">\n"
+              "    <HostQueryRq requestID=\"0\"/>\n"
+              "    <CompanyQueryRq requestID=\"company\"/>\n"
+              "  </QBXMLMsgsRq>\n"
+              "</QBXML>\n");
+    EXPECT_EQ(set.Count(), 2u);
+    set.ClearRequests();
+    EXPECT_EQ(set.Count(), 0u);
+    set.attributes.onError = OnError::stopOnError;
+    set.Append("HostQueryRq");
+    EXPECT_NE(set.ToXMLString().find("<QBXMLMsgsRq onError=\"stopOnError\">\n    <HostQueryRq "
+                                     "requestID=\"0\"/>"),
+              std::string::npos);
+}
+
+// ---- Responses --------------------------------------------------------------------------
+
+TEST(QbxmlResponse, TypeCodesOfTheFourTransactionKinds) {
+    const std::pair<const char*, int> kinds[] = {
+        {"InvoiceQueryRs", 1088},  {"InvoiceModRs", 1157},        {"SalesOrderQueryRs", 1155},
+        {"SalesOrderModRs", 1161}, {"SalesReceiptQueryRs", 1043}, {"SalesReceiptModRs", 1394},
+        {"EstimateQueryRs", 1104}, {"EstimateModRs", 1171}};
+    for (auto [name, code] : kinds) {
+        EXPECT_EQ(ResponseTypeCode(name), code) << name;
+        EXPECT_EQ(ResponseTypeName(code), name);
+    }
+    int addCode = ResponseTypeCode("InvoiceAddRs");
+    EXPECT_NE(addCode, kRtUnknown);
+    for (auto [name, code] : kinds) EXPECT_NE(addCode, code);
+    EXPECT_EQ(ResponseTypeName(addCode), "InvoiceAddRs");
+    EXPECT_EQ(ResponseTypeCode("InvoiceSortRs"), kRtUnknown);
+}
+
+TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
+    if (!fs::is_directory(RealDir())) GTEST_SKIP() << "no " << RealDir();
+    int sets = 0, fragments = 0;
+    for (const auto& entry : fs::directory_iterator(RealDir())) {
+        if (entry.path().extension() != ".xml") continue;
+        std::string name = entry.path().filename().string();
+        std::string text = ReadFile(entry.path());
+        if (text.find("<QBXMLMsgsRq") != std::string::npos) continue;  // a request
+        if (text.find("<QBXMLMsgsRs") == std::string::npos) {
+            ResponseParseResult r = ParseXmlFragment(text);  // a returned object saved alone
+            ASSERT_TRUE(r.ok()) << name << ": " << r.description;
+            EXPECT_TRUE(r.root.Name().ends_with("Ret")) << name;
+            ++fragments;
+            continue;
+        }
+        ResponseParseResult r = ParseResponseSet(text);
+        ASSERT_TRUE(r.ok()) << name << ": " << r.description;
+        ++sets;
+        EXPECT_EQ(r.set.ToXMLString(), text);
+        const ResponseList& list = r.set.ResponseList();
+        EXPECT_GE(list.Count(), 1u) << name;
+        for (std::size_t i = 0; i < list.Count(); ++i) {
+            Response rs = list.GetAt(i);
+            EXPECT_TRUE(rs.HasStatus()) << name;
+            std::string severity = rs.StatusSeverity();
+            EXPECT_EQ(severity, rs.StatusCode() == 0 || rs.StatusCode() == 1 ? "Info"
+                                : rs.StatusCode() < 1000                     ? "Warn"
+                                                                             : "Error")
+                << name << " #" << i;
+            EXPECT_NE(rs.Type(), kRtUnknown) << name << " " << rs.TypeName();
+            EXPECT_EQ(rs.Detail().IsNull(), rs.Element().Children().empty()) << name;
+        }
+    }
+    EXPECT_EQ(sets, 16);
+    EXPECT_EQ(fragments, 1);
+}
+
+TEST(QbxmlResponse, ReadsStatusesAndDetailsOfRealResponses) {
+    if (!fs::is_directory(RealDir())) GTEST_SKIP() << "no " << RealDir();
+    auto load = [](const char* file) {
+        ResponseParseResult r = ParseResponseSet(ReadFile(RealDir() / file));
+        EXPECT_TRUE(r.ok()) << file << ": " << r.description;
+        return r.set;
+    };
+
+    // A stale edit sequence: the message keeps its trailing blank and the current object comes
+    // back with the fresh EditSequence.
+    Response stale = load("CustomerModRs_status3200_stale_editsequence_returns_current_object.xml")
+                         .ResponseList()
+                         .GetAt(0);
+    EXPECT_EQ(stale.StatusSeverity(), "Error");
+    EXPECT_EQ(stale.StatusMessage(), "The provided edit sequence \"1272664823\" is out-of-date. ");
+    EXPECT_EQ(stale.Detail().Name(), "CustomerRet");
+    EXPECT_EQ(stale.Detail().GetValue("EditSequence"), "1272665327");
+    EXPECT_EQ(stale.RequestID(), "0");
+
+    Response iterated = load("CustomerQueryRs_iterator_remaining18.xml").ResponseList().GetAt(0);
+    EXPECT_EQ(iterated.IteratorRemainingCount(), 18);
+    EXPECT_EQ(iterated.IteratorID(), "{eb05f701-e727-472f-8ade-6753c4f67a46}");
+    EXPECT_EQ(iterated.Detail().Children("CustomerRet").size(), 1u);
+    EXPECT_EQ(iterated.Detail().GetValue("CustomerRet/SalesTaxCodeRef/FullName"), "Tax");
+
+    Response notFound =
+        load("CustomerQueryRs_status500_Warn_element_not_found.xml").ResponseList().GetAt(0);
+    EXPECT_TRUE(notFound.Detail().IsNull());
+    EXPECT_EQ(notFound.Detail().GetValue("CustomerRet/Name"), "");
+
+    // Queries of the four kinds are lists; the returned lines keep their order and shape.
+    Response invoices =
+        load("InvoiceQueryRs_desc_only_line_linkedtxn_iterator.xml").ResponseList().GetAt(0);
+    EXPECT_EQ(invoices.Type(), kRtInvoiceQueryRs);
+    std::vector<View> rets = invoices.Detail().Children("InvoiceRet");
+    ASSERT_EQ(rets.size(), 2u);
+    std::vector<View> lines = rets[1].Children("InvoiceLineRet");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].GetValue("TxnLineID"), "9-1232328243");
+    EXPECT_EQ(rets[0].Children("InvoiceLineRet")[0].GetValue("Desc"), "Opening balance");
+    EXPECT_FALSE(rets[0].Children("InvoiceLineRet")[0].Has("ItemRef"));
+
+    Response estimate =
+        load("EstimateQueryRs_desc_only_line_no_ItemRef.xml").ResponseList().GetAt(0);
+    EXPECT_EQ(estimate.Type(), kRtEstimateQueryRs);
+    View descOnly = estimate.Detail().Child("EstimateRet").Children("EstimateLineRet").back();
+    EXPECT_EQ(Names(descOnly), (std::vector<std::string>{"TxnLineID", "Desc"}));
+
+    // Add and Mod answers carry the object itself.
+    Response modified =
+        load("SalesOrderModRs_after_single_new_line_TxnLineID_minus1.xml").ResponseList().GetAt(0);
+    EXPECT_EQ(modified.Type(), kRtSalesOrderModRs);
+    EXPECT_EQ(modified.Detail().Name(), "SalesOrderRet");
+    EXPECT_EQ(modified.Detail().GetValue("EditSequence"), "1412342920");
+    EXPECT_EQ(modified.Detail().GetValue("SalesOrderLineRet/TxnLineID"), "81-1412309365");
+
+    Response added = load("InvoiceAddRs_one_line_no_requestID.xml").ResponseList().GetAt(0);
+    EXPECT_FALSE(added.HasRequestID());
+    EXPECT_EQ(added.Type(), ResponseTypeCode("InvoiceAddRs"));
+    EXPECT_EQ(added.Detail().GetValue("TxnID"), "C5-1417118624");
+    EXPECT_EQ(added.Detail().GetValue("CustomerRef/ListID"), "80000013-1416570432");
+    EXPECT_EQ(added.Detail().GetBool("IsPending"), false);
+
+    ResponseSet host =
+        load("HCPResponse_HostQueryRs_CompanyQueryRs_PreferencesQueryRs_QBPro2006.xml");
+    View hostRet = host.ResponseList().GetAt(0).Detail();
+    EXPECT_EQ(hostRet.Name(), "HostRet");
+    EXPECT_EQ(hostRet.GetValue("ProductName"), "QuickBooks Pro 2006");
+    std::vector<View> versions = hostRet.Children("SupportedQBXMLVersion");
+    ASSERT_EQ(versions.size(), 8u);
+    EXPECT_EQ(versions.back().GetDouble(), 5.0);
+    EXPECT_EQ(host.ResponseList().GetAt(1).Detail().GetValue("CompanyName"), "Test Company");
+
+    ResponseSet batch =
+        load("QBXMLMsgsRs_batch_ItemInventoryQueryRs_status1_SalesOrderAddRs_status0_and_3140.xml");
+    // Processing went on after the failure (continueOnError); no request IDs were sent.
+    std::vector<int> codes;
+    for (std::size_t i = 0; i < batch.ResponseList().Count(); ++i) {
+        codes.push_back(batch.ResponseList().GetAt(i).StatusCode());
+    }
+    EXPECT_EQ(codes, (std::vector<int>{1, 1, 0, 3140}));
+    Response invalidRef = batch.ResponseList().GetAt(3);
+    EXPECT_NE(invalidRef.StatusMessage().find("Customer \"nononononoImNotThereAlrightDylan\""),
+              std::string::npos);
+    EXPECT_TRUE(invalidRef.Detail().IsNull());
+
+    Response items =
+        load("ItemQueryRs_ItemInventoryAssembly_UOMSetRef.xml").ResponseList().GetAt(0);
+    EXPECT_EQ(items.Detail().Children()[0].Name(), "ItemInventoryAssemblyRet");
+
+    // A saved EstimateRet: blank lines hold only their TxnLineID, character references decode.
+    ResponseParseResult saved = ParseXmlFragment(ReadFile(
+        RealDir() / "EstimateRet_subtotal_pctdiscount_blank_lines_line_and_header_dataext.xml"));
+    ASSERT_TRUE(saved.ok()) << saved.description;
+    std::vector<View> estLines = saved.root.Children("EstimateLineRet");
+    ASSERT_EQ(estLines.size(), 10u);
+    EXPECT_EQ(Names(estLines[3]), std::vector<std::string>{"TxnLineID"});
+    EXPECT_EQ(estLines[2].GetDouble("RatePercent"), -5.0);
+    EXPECT_EQ(estLines[0].GetValue("Desc").substr(0, 15), "NSK Nakanishi\xC2\xAE");
+    EXPECT_EQ(estLines[0].GetValue("DataExtRet/DataExtValue"), "N");
+    EXPECT_EQ(saved.root.Children("DataExtRet").size(), 10u);
+}
+
+TEST(QbxmlResponse, BrokenResponsesGiveAClearResult) {
+    struct Case {
+        std::string text;
+        ParseStatus status;
+        int line, column;
+        const char* describes;
+    };
+    const std::string good =
+        "<?xml version=\"1.0\" ?>\n<QBXML>\n<QBXMLMsgsRs>\n"
+        "<InvoiceModRs requestID=\"0\" statusCode=\"0\" statusSeverity=\"Info\" "
+        "statusMessage=\"Status OK\">\n<InvoiceRet><TxnID>1-1</TxnID></InvoiceRet>\n"
+        "</InvoiceModRs>\n</QBXMLMsgsRs>\n</QBXML>\n";
+    const Case cases[] = {
+        {"", ParseStatus::Empty, 0, 0, "empty"},
+        {" \r\n\t", ParseStatus::Empty, 0, 0, "empty"},
+        {"QuickBooks is busy", ParseStatus::NotWellFormed, 1, 1, "not XML"},
+        {good.substr(0, good.find("<TxnID>") + 9), ParseStatus::Truncated, 5, 0, "cut off"},
+        {good.substr(0, good.find("</QBXML>") + 5), ParseStatus::Truncated, 8, 6, "cut off"},
+        {"<QBXML>\n<QBXMLMsgsRs>\n<A></B>\n</QBXMLMsgsRs>\n</QBXML>", ParseStatus::NotWellFormed, 3,
+         6, "not well-formed"},
+        {"<QBXML><QBXMLMsgsRs><A statusCode=\"0></QBXMLMsgsRs></QBXML>\n\n",
+         ParseStatus::NotWellFormed, 0, 0, "not well-formed"},
+        {"<?xml version=\"1.0\"?>\n<QBXMLMsgsRs/>", ParseStatus::NotQbxml, 2, 2, "<QBXMLMsgsRs>"},
+        {"<QBXML><QBXMLMsgsRq onError=\"stopOnError\"/></QBXML>", ParseStatus::NoMsgsRs, 1, 2,
+         "QBXMLMsgsRq"},
+        {"<QBXML/>", ParseStatus::NoMsgsRs, 1, 2, "empty"},
+    };
+    for (const Case& c : cases) {
+        ResponseParseResult r = ParseResponseSet(c.text);
+        EXPECT_EQ(r.status, c.status) << c.text << "\n" << r.description;
+        EXPECT_FALSE(r.ok());
+        EXPECT_EQ(r.set.ResponseList().Count(), 0u);
+        if (c.line) {
+            EXPECT_EQ(r.line, c.line) << c.text << "\n" << r.description;
+        }
+        if (c.column) {
+            EXPECT_EQ(r.column, c.column) << c.text << "\n" << r.description;
+        }
+        EXPECT_NE(r.description.find(c.describes), std::string::npos) << r.description;
+    }
+    EXPECT_TRUE(ParseResponseSet(good).ok());
+}
+
+TEST(QbxmlResponse, OddResponsesAreRepresentedNotFatal) {
+    ResponseParseResult r = ParseResponseSet(
+        "<QBXML><QBXMLMsgsRs messageSetStatusCode=\"9001\">"
+        "<InvoiceModRs requestID=\"0\"><InvoiceRet><TxnID>1-1</TxnID></InvoiceRet></InvoiceModRs>"
+        "<EstimateModRs statusCode=\"x\" statusSeverity=\"Error\"/>"
+        "<InvoiceSortRs statusCode=\"0\" statusSeverity=\"Info\" statusMessage=\"Status OK\">"
+        "<Line>1</Line></InvoiceSortRs>"
+        "</QBXMLMsgsRs></QBXML>");
+    ASSERT_TRUE(r.ok()) << r.description;
+    const ResponseList& list = r.set.ResponseList();
+    ASSERT_EQ(list.Count(), 3u);
+    EXPECT_EQ(r.set.MessageSetStatusCode(), 9001);
+
+    Response noStatus = list.GetAt(0);
+    EXPECT_FALSE(noStatus.HasStatus());
+    EXPECT_EQ(noStatus.StatusCode(), kNoStatus);
+    EXPECT_EQ(noStatus.Type(), kRtInvoiceModRs);
+    EXPECT_EQ(noStatus.Detail().GetValue("TxnID"), "1-1");
+
+    EXPECT_FALSE(list.GetAt(1).HasStatus());
+    EXPECT_EQ(list.GetAt(1).StatusSeverity(), "Error");
+
+    Response unknown = list.GetAt(2);
+    EXPECT_EQ(unknown.Type(), kRtUnknown);
+    EXPECT_EQ(unknown.TypeName(), "InvoiceSortRs");
+    EXPECT_EQ(unknown.Detail().GetValue("Line"), "1");
+
+    // Fewer responses than requests: the missing ones read as absent, not as a crash.
+    Response missing = list.GetAt(3);
+    EXPECT_TRUE(missing.IsNull());
+    EXPECT_FALSE(missing.HasStatus());
+    EXPECT_EQ(missing.StatusCode(), kNoStatus);
+    EXPECT_EQ(missing.Type(), kRtUnknown);
+    EXPECT_TRUE(missing.Detail().IsNull());
+    EXPECT_EQ(missing.Detail().GetValue("TxnID"), "");
+    EXPECT_EQ(missing.ToXMLString(), "");
+    EXPECT_FALSE(missing.Detail().GetInt("TxnID").has_value());
+}
+
+}  // namespace
+}  // namespace pelmark::qb
