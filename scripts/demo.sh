@@ -6,4 +6,5 @@ cd "$root"
 bash scripts/setup.sh --native-only
 cmake --preset release >/dev/null
 cmake --build --preset release --target pelmark_cli -j "$(nproc 2>/dev/null || echo 2)" >/dev/null
+rm -rf "$root/build/demo/data"
 exec build/release/pelmark demo --data-dir "$root/build/demo/data" "$@"
