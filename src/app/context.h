@@ -11,6 +11,7 @@
 #include "app/logs.h"
 #include "app/seams.h"
 #include "app/settings.h"
+#include "qb/qbCommon.h"
 #include "ui/form.h"
 
 namespace pelmark {
@@ -22,6 +23,7 @@ struct Seams {
     Environment* env = nullptr;
     Registry* registry = nullptr;
     FileSystem* files = nullptr;
+    qb::QbTransport* qbTransport = nullptr;  // QuickBooks, or qbsim standing in for it
 };
 
 struct App {
@@ -31,6 +33,7 @@ struct App {
     SettingsFile settings;
     ItemTable items;
     ui::Form frmMain;
+    qb::QbState qb;
     // Close steps registered by the modules that hold something open (the QuickBooks session);
     // CloseAll runs them in reverse order.
     std::vector<std::function<void()>> closeSteps;
