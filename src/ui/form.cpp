@@ -85,4 +85,22 @@ void Form::SetOption(Control& option, bool on) {
     option.value = on ? 1 : 0;
 }
 
+void Form::SetList(Control& combo, std::vector<std::string> list) {
+    std::string wanted =
+        combo.listIndex >= 0 && combo.listIndex < static_cast<int>(combo.list.size())
+            ? combo.list[combo.listIndex]
+            : combo.text;
+    combo.list = std::move(list);
+    combo.listIndex = -1;
+    if (wanted.empty()) return;
+    for (size_t i = 0; i < combo.list.size(); ++i) {
+        if (EqualsNoCase(combo.list[i], wanted)) {
+            combo.listIndex = static_cast<int>(i);
+            combo.text = combo.list[i];
+            return;
+        }
+    }
+    combo.text = wanted;  // still pending: kept for a later list, and for the next save
+}
+
 }  // namespace pelmark::ui

@@ -9,15 +9,15 @@
 namespace pelmark::ui {
 
 enum class ControlKind {
-    CheckBox,      // value 0 or 1
-    OptionButton,  // value 0 or 1; one of a group is set
-    TextBox,       // text
-    ComboBox,      // list and listIndex (-1: no selection); text for a free-text box
-    ListBox,       // list and selected entries
-    Label,         // caption
-    CommandButton, // caption
-    UpDown,        // value, min, max; buddy names the label whose caption it sets
-    Frame,         // caption only
+    CheckBox,       // value 0 or 1
+    OptionButton,   // value 0 or 1; one of a group is set
+    TextBox,        // text
+    ComboBox,       // list and listIndex (-1: no selection); text for a free-text box
+    ListBox,        // list and selected entries
+    Label,          // caption
+    CommandButton,  // caption
+    UpDown,         // value, min, max; buddy names the label whose caption it sets
+    Frame,          // caption only
     Grid,
     TabStrip,
 };
@@ -42,7 +42,7 @@ struct Control {
 };
 
 class Form {
-public:
+  public:
     explicit Form(std::string name = {}) : name_(std::move(name)) {}
 
     const std::string& name() const { return name_; }
@@ -65,8 +65,11 @@ public:
     std::string ComboText(const std::string& name, int index = -1) const;
     // Sets an option button and clears the other buttons of its group.
     void SetOption(Control& option, bool on);
+    // Fills a combo box's list (the lists come from QuickBooks after the settings were read)
+    // and selects the entry that equals, without regard to case, the selected or pending text.
+    static void SetList(Control& combo, std::vector<std::string> list);
 
-private:
+  private:
     static std::string Key(const std::string& name, int index);
     std::string name_;
     std::vector<Control> controls_;
