@@ -1,0 +1,143 @@
+// SimTransport: connection, session and request calls answered by qbsim's request processor.
+#include "sim/simTransport.h"
+
+#include <cstdio>
+#include <random>
+#include <system_error>
+
+#include "sim/processor.h"
+
+namespace pelmark::sim {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+qb::TransportResult Fail(const char* call, std::uint32_t hresult, const std::string& detail) {
+    return {false, hresult, qb::DescribeHresult(call, hresult, detail)};
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+    std::error_code ec;
+    if (fs::equivalent(fs::path(a), fs::path(b), ec)) return true;
+    return fs::weakly_canonical(fs::path(a), ec) == fs::weakly_canonical(fs::path(b), ec);
+}
+
+}  // namespace
+
+SimTransport::SimTransport(std::string companyPath) : path_(std::move(companyPath)) {}
+
+qb::TransportResult SimTransport::OpenConnection(const std::string& /*appID*/,
+                                                 const std::string& appName) {
+    appName_ = appName;
+    connected_ = true;
+    return {};
+}
+
+qb::TransportResult SimTransport::BeginSession(const std::string& companyFile, int openMode,
+                                               std::string* ticket) {
+    const char* call = "BeginSession";
+    if (!connected_) return Fail(call, kHrUnexpected, "(no connection: call OpenConnection first)");
+    if (!ticket_.empty()) return Fail(call, kHrUnexpected, "(a session is already open)");
+    if (openMode < qb::kOpenSingleUser || openMode > qb::kOpenDoNotCare) {
+        return Fail(call, kHrInvalidArg, "(open mode " + std::to_string(openMode) + ")");
+    }
+    // An empty name means the company QuickBooks has open, which is qbsim's one file.
+    if (!companyFile.empty() && !SameFile(companyFile, path_)) {
+        return Fail(call, kHrOtherFileOpen,
+                    "(open: " + path_ + "; asked for: " + companyFile + ")");
+    }
+    if (qb::TransportResult loaded = Load(call); !loaded.ok) return loaded;
+    // Tickets look like QuickBooks' own: a GUID in braces.
+    std::random_device random;
+    char text[48];
+    std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%04X-%08X%04X}", random(), random() & 0xFFFF,
+                  ++sessions_ & 0xFFFF, random() & 0xFFFF, random(), random() & 0xFFFF);
+    ticket_ = text;
+    if (ticket) *ticket = ticket_;
+    return {};
+}
+
+qb::TransportResult SimTransport::CheckTicket(const char* call, const std::string& ticket) const {
+    if (!connected_) return Fail(call, kHrUnexpected, "(no connection: call OpenConnection first)");
+    if (ticket_.empty()) return Fail(call, kHrUnexpected, "(no session: call BeginSession first)");
+    if (ticket != ticket_) return Fail(call, kHrUnexpected, "(the ticket is not the session's)");
+    return {};
+}
+
+qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
+                                                 const std::string& request,
+                                                 std::string* response) {
+    const char* call = "ProcessRequest";
+    if (qb::TransportResult r = CheckTicket(call, ticket); !r.ok) return r;
+    if (FileChanged()) {
+        if (qb::TransportResult loaded = Load(call); !loaded.ok) return loaded;
+    }
+    ProcessResult result = sim::ProcessRequest(company_, request);
+    if (!result.ok) return Fail(call, result.hresult, result.message);
+    if (result.changed) {
+        SaveResult saved = company_.SaveFile(path_);
+        if (!saved.ok) {
+            return Fail(call, kHrFail,
+                        "(qbsim could not save the company: " + saved.description + ")");
+        }
+        company_.ClearModified();
+        RememberFileState();
+    }
+    if (response) *response = std::move(result.response);
+    return {};
+}
+
+qb::TransportResult SimTransport::GetCurrentCompanyFileName(const std::string& ticket,
+                                                            std::string* fileName) {
+    if (qb::TransportResult r = CheckTicket("GetCurrentCompanyFileName", ticket); !r.ok) return r;
+    std::error_code ec;
+    fs::path absolute = fs::absolute(fs::path(path_), ec);
+    if (fileName) *fileName = ec ? path_ : absolute.string();
+    return {};
+}
+
+qb::TransportResult SimTransport::EndSession(const std::string& ticket) {
+    if (qb::TransportResult r = CheckTicket("EndSession", ticket); !r.ok) return r;
+    ticket_.clear();
+    return {};
+}
+
+qb::TransportResult SimTransport::CloseConnection() {
+    if (!connected_) {
+        return Fail("CloseConnection", kHrUnexpected, "(no connection: call OpenConnection first)");
+    }
+    // Closing the connection ends a session left open, as the request processor does.
+    ticket_.clear();
+    connected_ = false;
+    return {};
+}
+
+qb::TransportResult SimTransport::Load(const char* call) {
+    LoadResult loaded = company_.LoadFile(path_);
+    if (loaded.status == LoadStatus::NotFound) {
+        return Fail(call, kHrCouldNotStart, "(qbsim: no company file " + path_ + ")");
+    }
+    if (!loaded.ok()) {
+        return Fail(
+            call, kHrCannotOpenFile,
+            "(qbsim: " + path_ + " is not a usable company file: " + loaded.ToString() + ")");
+    }
+    RememberFileState();
+    return {};
+}
+
+void SimTransport::RememberFileState() {
+    std::error_code ec;
+    loadedTime_ = fs::last_write_time(fs::path(path_), ec);
+    loadedSize_ = fs::file_size(fs::path(path_), ec);
+}
+
+bool SimTransport::FileChanged() const {
+    std::error_code ec1, ec2;
+    auto time = fs::last_write_time(fs::path(path_), ec1);
+    auto size = fs::file_size(fs::path(path_), ec2);
+    return ec1 || ec2 || time != loadedTime_ || size != loadedSize_ || !company_.IsLoaded();
+}
+
+}  // namespace pelmark::sim
