@@ -25,7 +25,7 @@ TEST(Form, FindsByNameInAnyCaseAndKeepsOptionGroupsExclusive) {
                                               {"optInvoice", false},
                                               {"optBlankLinesAfter", true},
                                               {"optBlankLinesNone", false},
-                                              {"optStopOnError", true}};
+                                              {"optStopOnInfo", true}};
     for (const auto& [name, on] : want) EXPECT_EQ(f.Checked(name), on) << name;
 }
 

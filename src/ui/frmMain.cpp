@@ -168,9 +168,11 @@ Form MakeMainFormModel() {
             "If checked on blank fields to be replaced by default.");
 
     b.Frame("fraStopOnErrorLevel", "Stop On Error Level");
-    b.Option("optStopOnError", "Error only", true);
+    // QuickBooks' refusals (a rejected modify, a failed query) are reported at the INFO level,
+    // so by default the user is asked about those too.
+    b.Option("optStopOnError", "Error only");
     b.Option("optStopOnWarning", "Warning + Higher");
-    b.Option("optStopOnInfo", "Info + Higher");
+    b.Option("optStopOnInfo", "Info + Higher", true);
     b.Option("optStopOnAll", "All");
     b.Option("optStopOnNone", "None");
 

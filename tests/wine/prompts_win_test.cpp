@@ -18,11 +18,9 @@ void AnswerBoxLater(const char* title, int id, const char* shot, std::atomic<boo
         if (box && IsWindowVisible(box)) {
             found->store(true);
             if (shot) test::TakeScreenshot(shot);
-            HWND button = GetDlgItem(box, id);
-            if (button)
-                PostMessageA(button, BM_CLICK, 0, 0);
-            else
-                PostMessageA(box, WM_COMMAND, MAKEWPARAM(id, BN_CLICKED), 0);
+            // The box ends on the command of the button pressed, as a click would send it.
+            PostMessageA(box, WM_COMMAND, MAKEWPARAM(id, BN_CLICKED),
+                         reinterpret_cast<LPARAM>(GetDlgItem(box, id)));
             return;
         }
         Sleep(50);
@@ -31,20 +29,23 @@ void AnswerBoxLater(const char* title, int id, const char* shot, std::atomic<boo
 
 TEST(MessageBoxPrompterTest, ShowsTheBoxAndReturnsTheButtonPressed) {
     auto prompter = MakeMessageBoxPrompter();
+    const char* ask = "Could not find all iif fields\r\nHit YES to continue, NO to terminate";
     struct Case {
         int style, button, answer;
+        const char* text;
         const char* shot;
     } cases[] = {
-        {kMbYesNo, IDNO, kAnsNo, "prompt-continue-or-terminate"},
-        {kMbYesNo | kMbQuestion, IDYES, kAnsYes, nullptr},
-        {kMbOKOnly | kMbCritical, IDOK, kAnsOK, nullptr},
+        {kMbYesNo, IDNO, kAnsNo, ask, "prompt-continue-or-terminate"},
+        {kMbYesNo | kMbQuestion, IDYES, kAnsYes, ask, nullptr},
+        {kMbOKOnly | kMbCritical, IDOK, kAnsOK, ask, nullptr},
+        // Texts are UTF-8: the registered sign and accented names must show as such.
+        {kMbOKOnly, IDOK, kAnsOK, "Customer not found in QuickBooks\u00ae: Caf\u00e9 L\u00fcbeck",
+         "prompt-utf8-text"},
     };
     for (const Case& c : cases) {
         std::atomic<bool> found{false};
         std::thread answerer(AnswerBoxLater, "Pelmark INFO", c.button, c.shot, &found);
-        int got =
-            prompter->Show("Could not find all iif fields\r\nHit YES to continue, NO to terminate",
-                           c.style, "Pelmark INFO", true);
+        int got = prompter->Show(c.text, c.style, "Pelmark INFO", true);
         answerer.join();
         EXPECT_TRUE(found.load());
         EXPECT_EQ(got, c.answer);

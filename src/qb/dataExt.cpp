@@ -1,0 +1,187 @@
+// Custom fields (data extensions): their definitions, and writing, changing and deleting their
+// values on a transaction or one of its lines.
+#include "app/context.h"
+#include "app/logs.h"
+#include "app/text.h"
+#include "qb/qbCommon.h"
+
+namespace pelmark::qb {
+
+namespace {
+
+std::string Args(const DataExtOptions& o) {
+    return o.ownerID + "," + o.value + "," + o.fieldName + "," + o.txnID + "," + o.kind + "," +
+           o.lineID + "," + BoolText(o.fallBackToMod) + "," + BoolText(o.deleteWhenEmpty) + "," +
+           BoolText(o.useXml);
+}
+
+// A line field needs TxnLineID in DataExtAdd/Mod/Del, which qbXML has from 3.0 on.
+bool LineFieldPossible(App& app, const DataExtOptions& o, const char* label) {
+    if (o.lineID.empty() || app.qb.lineCustomFieldsSupported) return true;
+    DebugLog(app,
+             std::string(label) + " line custom fields not supported in qbXML " +
+                 app.qb.requestMajorVersion + "." + app.qb.requestMinorVersion,
+             1);
+    return false;
+}
+
+// The custom-field request set, cleared, holding one new request `requestName`.
+Node* StartRequest(App& app, const char* requestName, const char* aggregate) {
+    MsgSetRequest* set = RequestSet(app, kRsDataExt);
+    if (!set) return nullptr;
+    set->ClearRequests();
+    return &set->Append(requestName).Child(aggregate);
+}
+
+void FillRequest(Node& ext, const DataExtOptions& o, bool withValue) {
+    std::string ownerID = o.ownerID, name = o.fieldName, kind = o.kind, txnID = o.txnID;
+    std::string lineID = o.lineID, value = o.value;
+    SetFieldValue(ext, "OwnerID", ownerID);
+    SetFieldValue(ext, "DataExtName", name);
+    SetFieldValue(ext, "TxnDataExtType", kind);
+    SetFieldValue(ext, "TxnID", txnID);
+    SetFieldValue(ext, "TxnLineID", lineID);
+    // An empty value is sent as it is: QuickBooks, not the program, says whether it may stand.
+    if (withValue) SetFieldValue(ext, "DataExtValue", value, {.allowEmpty = true});
+}
+
+// XML mode: a prepared add request is sent as a modify.
+std::string AddXmlAsMod(const MsgSetRequest* request) {
+    std::string xml = request ? request->ToXMLString() : "";
+    xml = ReplaceAll(xml, "DataExtAddRq", "DataExtModRq");
+    return ReplaceAll(xml, "DataExtAdd>", "DataExtMod>");
+}
+
+bool SendXml(App& app, const char* label, const DataExtOptions& o) {
+    DoRequestOptions send;
+    send.callerLabel = label;
+    send.useXml = true;
+    try {
+        send.xml = AddXmlAsMod(o.request);
+    } catch (const QbxmlError& e) {
+        ReportError(app, "INFO", label, kErrBadRequest, e.what());
+        return false;
+    }
+    return DoRequest(app, send).ok;
+}
+
+bool AddTxn(App& app, const DataExtOptions& o);
+
+// Builds one DataExtAdd or DataExtMod request for the value and sends it; nothing when the
+// request could not be made (a line field before qbXML 3.0, no request set).
+std::optional<DoRequestResult> SendValue(App& app, const DataExtOptions& o, const char* request,
+                                         const char* aggregate, const char* label,
+                                         bool showErrors) {
+    if (!LineFieldPossible(app, o, label)) return std::nullopt;
+    Node* ext = StartRequest(app, request, aggregate);
+    if (!ext) return std::nullopt;
+    FillRequest(*ext, o, true);
+    DoRequestOptions send;
+    send.callerLabel = label;
+    send.request = RequestSet(app, kRsDataExt);
+    send.showErrors = showErrors;
+    return DoRequest(app, send);
+}
+
+// mayFallBack is false when the modify is itself the fallback of an add: one step at most.
+bool ModTxn(App& app, const DataExtOptions& o, bool mayFallBack) {
+    DebugLog(app, "Data Ext Mod Txn Sub " + Args(o), 5);
+    if (!QBOpen(app)) return false;
+    // The same text would go out whichever procedure sent it, so XML mode never falls back.
+    if (o.useXml) return SendXml(app, "Data Ext Mod", o);
+    if (o.deleteWhenEmpty && o.value.empty()) return DataExtDelTxn(app, o);
+    // A field without a value yet answers 3120; that is expected, so it is not reported.
+    std::optional<DoRequestResult> sent =
+        SendValue(app, o, "DataExtModRq", "DataExtMod", "Data Ext Mod", !mayFallBack);
+    if (!sent) return false;
+    if (sent->ok || !mayFallBack) return sent->ok;
+    const QbState& qb = app.qb;
+    if (qb.lastStatusCode == kStatusNotFound &&
+        qb.lastStatusMessage.find(kNoValueMessage) != std::string::npos) {
+        DataExtOptions add = o;
+        add.fallBackToMod = false;
+        return AddTxn(app, add);
+    }
+    // A failure without a status (no answer) was reported where it happened.
+    if (!sent->statusText.empty()) ReportRequestFailure(app, "Data Ext Mod", sent->statusText);
+    return false;
+}
+
+bool AddTxn(App& app, const DataExtOptions& o) {
+    DebugLog(app, "Data Ext Add Txn Sub " + Args(o), 5);
+    if (!QBOpen(app)) return false;
+    // As in the modify, a prepared add request goes out as a modify.
+    if (o.useXml) return SendXml(app, "Data Ext Add", o);
+    if (o.deleteWhenEmpty && o.value.empty()) return DataExtDelTxn(app, o);
+    std::optional<DoRequestResult> sent =
+        SendValue(app, o, "DataExtAddRq", "DataExtAdd", "Data Ext Add", !o.fallBackToMod);
+    if (!sent) return false;
+    if (sent->ok || !o.fallBackToMod) return sent->ok;
+    // Only an answer from QuickBooks says the field may hold a value already.
+    if (sent->statusText.empty()) return false;
+    return ModTxn(app, o, false);
+}
+
+}  // namespace
+
+bool DataExtAddTxn(App& app, const DataExtOptions& options) {
+    return AddTxn(app, options);
+}
+
+bool DataExtModTxn(App& app, const DataExtOptions& options) {
+    return ModTxn(app, options, true);
+}
+
+bool DataExtDelTxn(App& app, const DataExtOptions& o) {
+    DebugLog(app,
+             "Data Ext Del Txn Sub " + o.ownerID + "," + o.fieldName + "," + o.txnID + "," +
+                 o.kind + "," + o.lineID,
+             5);
+    if (!QBOpen(app)) return false;
+    if (!LineFieldPossible(app, o, "Data Ext Del")) return false;
+    Node* ext = StartRequest(app, "DataExtDelRq", "DataExtDel");
+    if (!ext) return false;
+    FillRequest(*ext, o, false);
+    DoRequestOptions send;
+    send.callerLabel = "Data Ext Del";
+    send.request = RequestSet(app, kRsDataExt);
+    return DoRequest(app, send).ok;
+}
+
+void FillDataExts(App& app, const ResponseSet& responseSet) {
+    DebugLog(app, "Get Data Extentions Entered ", 5);
+    QbState& qb = app.qb;
+    qb.dataExtDefs.clear();
+    Response response = responseSet.ResponseList().GetAt(0);
+    if (response.IsNull() || !response.HasStatus()) {
+        DebugLog(app,
+                 "FillDataExts unexpexcted Error - the custom-field definitions came back "
+                 "without a status",
+                 1);
+        return;
+    }
+    const int code = response.StatusCode();
+    if (code != kStatusOK && code != kStatusNoMatch) {
+        DebugLog(app,
+                 "FillDataExts unexpexcted Error - " + std::to_string(code) + " " +
+                     response.StatusMessage(),
+                 1);
+        return;
+    }
+    DebugLog(app, "Get Data Extentions Continue ", 5);
+    View detail = response.Detail();
+    std::vector<View> rets = detail.Name() == "DataExtDefRet" ? std::vector<View>{detail}
+                                                              : detail.Children("DataExtDefRet");
+    for (const View& ret : rets) {
+        DataExtDef def;
+        def.ownerID = ret.GetValue("OwnerID");
+        def.name = ret.GetValue("DataExtName");
+        def.type = ret.GetValue("DataExtType");
+        for (const View& to : ret.Children("AssignToObject"))
+            def.assignToObject.push_back(to.GetValue());
+        qb.dataExtDefs.push_back(std::move(def));
+    }
+    DebugLog(app, "Get Data Extentions Exit ", 5);
+}
+
+}  // namespace pelmark::qb

@@ -1,0 +1,285 @@
+// The scripted QuickBooks transport, the answering fake company, and the validator runner.
+#include "fakes/qbFakes.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "qb/qbxmlResponse.h"
+
+namespace pelmark::test {
+
+namespace {
+
+const char* const kNoMatch = "A query request did not find a matching object in QuickBooks";
+
+std::string WithRequestID(std::string element, const std::string& requestID) {
+    const std::string key = "requestID=\"";
+    std::size_t at = element.find(key);
+    if (at == std::string::npos) return element;
+    std::size_t start = at + key.size();
+    std::size_t end = element.find('"', start);
+    if (end == std::string::npos) return element;
+    return element.replace(start, end - start, requestID);
+}
+
+// Text as an XML attribute value.
+std::string Attr(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        switch (c) {
+            case '"':
+                out += "&quot;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+// ---- ScriptedQbTransport ------------------------------------------------------------------
+
+std::optional<qb::TransportResult> ScriptedQbTransport::Fault(const std::string& method) {
+    calls.push_back(method);
+    const int n = static_cast<int>(calls.size());
+    for (auto it = failures_.begin(); it != failures_.end(); ++it) {
+        if (it->call == n || (it->call == 0 && it->method == method)) {
+            std::string message =
+                it->message.empty() ? qb::DescribeHresult(method, it->hresult) : it->message;
+            qb::TransportResult r{false, it->hresult, message};
+            failures_.erase(it);
+            return r;
+        }
+    }
+    return std::nullopt;
+}
+
+void ScriptedQbTransport::FailCall(int n, uint32_t hresult, std::string message) {
+    failures_.push_back({n, "", hresult, std::move(message)});
+}
+
+void ScriptedQbTransport::FailNext(const std::string& method, uint32_t hresult,
+                                   std::string message) {
+    failures_.push_back({0, method, hresult, std::move(message)});
+}
+
+int ScriptedQbTransport::Count(const std::string& method) const {
+    int n = 0;
+    for (const std::string& c : calls) n += c == method;
+    return n;
+}
+
+qb::TransportResult ScriptedQbTransport::OpenConnection(const std::string&,
+                                                        const std::string& name) {
+    if (auto f = Fault("OpenConnection")) return *f;
+    appName = name;
+    connected = true;
+    return {};
+}
+
+qb::TransportResult ScriptedQbTransport::BeginSession(const std::string&, int mode,
+                                                      std::string* out) {
+    if (auto f = Fault("BeginSession")) return *f;
+    openMode = mode;
+    inSession = true;
+    *out = ticket;
+    return {};
+}
+
+qb::TransportResult ScriptedQbTransport::ProcessRequest(const std::string&,
+                                                        const std::string& request,
+                                                        std::string* response) {
+    requests.push_back(request);
+    if (auto f = Fault("ProcessRequest")) return *f;
+    if (!queued_.empty()) {
+        *response = std::move(queued_.front());
+        queued_.pop_front();
+        return {};
+    }
+    if (answer) {
+        *response = answer(request);
+        return {};
+    }
+    return {false, 0x80040402, "ProcessRequest failed: the test scripted no answer"};
+}
+
+qb::TransportResult ScriptedQbTransport::GetCurrentCompanyFileName(const std::string&,
+                                                                   std::string* fileName) {
+    if (auto f = Fault("GetCurrentCompanyFileName")) return *f;
+    *fileName = companyFile;
+    return {};
+}
+
+qb::TransportResult ScriptedQbTransport::EndSession(const std::string&) {
+    if (auto f = Fault("EndSession")) return *f;
+    inSession = false;
+    return {};
+}
+
+qb::TransportResult ScriptedQbTransport::CloseConnection() {
+    if (auto f = Fault("CloseConnection")) return *f;
+    connected = false;
+    return {};
+}
+
+// ---- Answer texts -------------------------------------------------------------------------
+
+std::string QbxmlAnswer(const std::vector<std::string>& responses) {
+    std::string out = "<?xml version=\"1.0\" ?>\n<QBXML>\n<QBXMLMsgsRs>\n";
+    for (const std::string& r : responses) out += r + "\n";
+    return out + "</QBXMLMsgsRs>\n</QBXML>\n";
+}
+
+std::string Rs(const std::string& name, int code, const std::string& severity,
+               const std::string& message, const std::string& body, const std::string& requestID) {
+    return "<" + name + " requestID=\"" + requestID + "\" statusCode=\"" + std::to_string(code) +
+           "\" statusSeverity=\"" + severity + "\" statusMessage=\"" + Attr(message) + "\">" +
+           body + "</" + name + ">";
+}
+
+std::string OkRs(const std::string& name, const std::string& body, const std::string& requestID) {
+    return Rs(name, 0, "Info", "Status OK", body, requestID);
+}
+
+std::string HostRet(const std::vector<std::string>& versions, const std::string& product,
+                    const std::string& major, const std::string& minor) {
+    std::string out = "<HostRet><ProductName>" + product + "</ProductName><MajorVersion>" + major +
+                      "</MajorVersion><MinorVersion>" + minor + "</MinorVersion>" +
+                      "<Country>US</Country>";
+    for (const std::string& v : versions)
+        out += "<SupportedQBXMLVersion>" + v + "</SupportedQBXMLVersion>";
+    return out + "<IsAutomaticLogin>false</IsAutomaticLogin><QBFileMode>SingleUser</QBFileMode>" +
+           "</HostRet>";
+}
+
+// ---- FakeQuickBooks -----------------------------------------------------------------------
+
+void FakeQuickBooks::Script(const std::string& requestName, std::string responseElement) {
+    script_[requestName].push_back(std::move(responseElement));
+}
+
+std::string FakeQuickBooks::Answer(const std::string& requestText) {
+    qb::ResponseParseResult doc = qb::ParseXmlFragment(requestText);
+    if (!doc.ok()) return QbxmlAnswer({});
+    qb::View msgs = doc.root.Child("QBXMLMsgsRq");
+    const bool stopOnError = msgs.Attribute("onError") != "continueOnError";
+    bool stopped = false;
+    std::vector<std::string> out;
+    for (const qb::View& request : msgs.Children()) {
+        const std::string name = request.Name();
+        answered.push_back(name);
+        const std::string rsName = name.substr(0, name.size() - 2) + "Rs";
+        const std::string id = request.Attribute("requestID");
+        std::string element;
+        if (stopped) {
+            element = Rs(rsName, 3231, "Error", "The request has not been processed.", "", id);
+        } else if (auto h = handlers.find(name); h != handlers.end()) {
+            element = WithRequestID(h->second(request.ToXMLString()), id);
+        } else if (auto s = script_.find(name); s != script_.end() && !s->second.empty()) {
+            element = WithRequestID(std::move(s->second.front()), id);
+            s->second.pop_front();
+        } else if (name == "HostQueryRq") {
+            element = OkRs(rsName, HostRet(versions), id);
+        } else if (name == "CompanyQueryRq") {
+            element = OkRs(rsName,
+                           "<CompanyRet><CompanyName>" + companyName +
+                               "</CompanyName><LegalCompanyName>" + companyName +
+                               " Inc.</LegalCompanyName><Address><State>CA</State></Address>"
+                               "</CompanyRet>",
+                           id);
+        } else if (name == "DataExtDefQueryRq") {
+            element = dataExtDefs.empty() ? Rs(rsName, 1, "Info", kNoMatch, "", id)
+                                          : OkRs(rsName, dataExtDefs, id);
+        } else if (name.size() > 7 && name.compare(name.size() - 7, 7, "QueryRq") == 0) {
+            element = Rs(rsName, 1, "Info", kNoMatch, "", id);
+        } else {
+            element = OkRs(rsName, "", id);
+        }
+        qb::ResponseParseResult parsed = qb::ParseXmlFragment(element);
+        if (stopOnError && parsed.ok() && parsed.root.Attribute("statusSeverity") == "Error")
+            stopped = true;
+        out.push_back(std::move(element));
+    }
+    return QbxmlAnswer(out);
+}
+
+// ---- QbTestApp ----------------------------------------------------------------------------
+
+QbTestApp::QbTestApp() {
+    app.sys.qbTransport = &qb.transport;
+    app.frmMain.SetOption(*app.frmMain.Find("optStopOnInfo"), true);
+}
+
+std::vector<std::string> QbTestApp::RequestsFrom(std::size_t n) const {
+    const auto& all = qb.transport.requests;
+    if (n >= all.size()) return {};
+    return {all.begin() + static_cast<std::ptrdiff_t>(n), all.end()};
+}
+
+bool QbTestApp::Traced(const std::string& text) const {
+    for (const std::string& line : DebugLines())
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+std::string QbTestApp::Prompts() const {
+    std::string out;
+    for (const auto& shown : prompter.shown) out += shown.text + "\n----\n";
+    return out;
+}
+
+// ---- Validator ----------------------------------------------------------------------------
+
+QbxmlValidation ValidateQbxmlRequests(const std::map<std::string, std::string>& documents) {
+    QbxmlValidation result;
+#ifdef _WIN32
+    (void)documents;
+    result.skipped = "the Windows build runs under Wine, without python3";
+#else
+    namespace fs = std::filesystem;
+    fs::path validator =
+        fs::path(PELMARK_SOURCE_DIR) / ".." / "shared" / "tools" / "qbxml_validate.py";
+    if (!fs::exists(validator)) {
+        result.skipped = "no " + validator.string();
+        return result;
+    }
+    if (std::system("python3 -c pass >/dev/null 2>&1") != 0) {
+        result.skipped = "no python3";
+        return result;
+    }
+    fs::path dir =
+        fs::temp_directory_path() / ("pelmark_qbreq_" + std::to_string(std::random_device{}()));
+    fs::create_directories(dir);
+    std::string command = "python3 '" + validator.string() + "'";
+    for (const auto& [name, xml] : documents) {
+        std::ofstream(dir / name, std::ios::binary) << xml;
+        command += " '" + (dir / name).string() + "'";
+    }
+    std::string output;
+    if (FILE* pipe = popen((command + " 2>&1").c_str(), "r")) {
+        char buf[4096];
+        while (std::size_t n = fread(buf, 1, sizeof buf, pipe)) output.append(buf, n);
+        pclose(pipe);
+    }
+    for (const auto& [name, xml] : documents) {
+        std::string ok = (dir / name).string() + ": ok\n";
+        if (output.find(ok) == std::string::npos) result.problems[name] = output + "\n" + xml;
+    }
+    std::error_code ec;
+    fs::remove_all(dir, ec);
+#endif
+    return result;
+}
+
+}  // namespace pelmark::test

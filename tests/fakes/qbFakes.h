@@ -1,0 +1,134 @@
+// A scripted QuickBooks transport and a small answering company for the SDK layer's tests, and
+// the runner of the project's qbXML validator over the requests they recorded.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fakes/fakes.h"
+#include "qb/transport.h"
+
+namespace pelmark::test {
+
+// Records every call and request text; answers ProcessRequest from queued texts, then from
+// `answer`. Any call can be made to fail with an HRESULT.
+class ScriptedQbTransport : public qb::QbTransport {
+  public:
+    qb::TransportResult OpenConnection(const std::string& appID,
+                                       const std::string& appName) override;
+    qb::TransportResult BeginSession(const std::string& companyFile, int openMode,
+                                     std::string* ticket) override;
+    qb::TransportResult ProcessRequest(const std::string& ticket, const std::string& request,
+                                       std::string* response) override;
+    qb::TransportResult GetCurrentCompanyFileName(const std::string& ticket,
+                                                  std::string* fileName) override;
+    qb::TransportResult EndSession(const std::string& ticket) override;
+    qb::TransportResult CloseConnection() override;
+
+    // Answers taken before `answer` is asked, in order.
+    void Queue(std::string response) { queued_.push_back(std::move(response)); }
+    std::function<std::string(const std::string& request)> answer;
+
+    // Call n of any method (counted from 1 over all calls) fails.
+    void FailCall(int n, uint32_t hresult, std::string message = {});
+    // The next call of the named method ("BeginSession", ...) fails.
+    void FailNext(const std::string& method, uint32_t hresult, std::string message = {});
+
+    int Count(const std::string& method) const;
+
+    std::vector<std::string> calls;     // method names, in order
+    std::vector<std::string> requests;  // every ProcessRequest text, in order
+    std::string appName;
+    int openMode = -1;
+    std::string companyFile = "C:\\Company Files\\Sample Co.QBW";
+    std::string ticket = "{ticket-1}";
+    bool connected = false, inSession = false;
+
+  private:
+    std::optional<qb::TransportResult> Fault(const std::string& method);
+    struct Failure {
+        int call;  // 0: the next call of `method`
+        std::string method;
+        uint32_t hresult;
+        std::string message;
+    };
+    std::vector<Failure> failures_;
+    std::deque<std::string> queued_;
+};
+
+// qbXML answer texts.
+std::string QbxmlAnswer(const std::vector<std::string>& responses);
+// One response element: <NameRs requestID statusCode statusSeverity statusMessage>body</...>.
+std::string Rs(const std::string& name, int code, const std::string& severity,
+               const std::string& message, const std::string& body = {},
+               const std::string& requestID = "0");
+std::string OkRs(const std::string& name, const std::string& body = {},
+                 const std::string& requestID = "0");
+std::string HostRet(const std::vector<std::string>& versions,
+                    const std::string& product = "QuickBooks Pro 2014",
+                    const std::string& major = "24", const std::string& minor = "0");
+
+// A company that answers every request of a message set in order, under stopOnError: after
+// the first response with severity "Error" the rest answer 3231. Requests without a script
+// get their defaults: the host and company queries describe the company, other queries find
+// nothing (status 1), and every other request succeeds with an empty body.
+class FakeQuickBooks {
+  public:
+    std::vector<std::string> versions = {"1.0", "2.0", "2.1", "3.0", "4.0",
+                                         "5.0", "6.0", "7.0", "8.0", "13.0"};
+    std::string companyName = "Sample Co";
+    std::string dataExtDefs;  // DataExtDefRet elements; none: status 1
+
+    // The next answer to a request of that name ("ItemQueryRq"): a whole response element
+    // (make it with Rs/OkRs; its requestID is set to the request's).
+    void Script(const std::string& requestName, std::string responseElement);
+    // Answers to requests of that name whatever the script says, every time.
+    std::map<std::string, std::function<std::string(const std::string& requestXml)>> handlers;
+
+    std::string Answer(const std::string& requestText);
+    // Request names answered so far, in order ("HostQueryRq", ...).
+    std::vector<std::string> answered;
+
+  private:
+    std::map<std::string, std::deque<std::string>> script_;
+};
+
+// A transport answered by a FakeQuickBooks.
+struct FakeQbSetup {
+    FakeQbSetup() {
+        transport.answer = [this](const std::string& rq) { return company.Answer(rq); };
+    }
+    FakeQuickBooks company;
+    ScriptedQbTransport transport;
+};
+
+// A TestApp whose QuickBooks is a FakeQuickBooks; prompts of every level are shown, so that
+// the "INFO" reports of the SDK layer can be seen.
+struct QbTestApp : TestApp {
+    QbTestApp();
+    FakeQbSetup qb;
+    FakeQuickBooks& company() { return qb.company; }
+    ScriptedQbTransport& transport() { return qb.transport; }
+    // Request texts sent from the nth on.
+    std::vector<std::string> RequestsFrom(std::size_t n) const;
+    // Whether some debug line holds the text.
+    bool Traced(const std::string& text) const;
+    // The texts of the prompts shown so far, joined.
+    std::string Prompts() const;
+};
+
+// Runs shared/tools/qbxml_validate.py over request documents. `skipped` holds the reason when
+// the validator cannot run here (no ../shared, no python3, Windows); `problems` the names of the
+// documents it did not pass, with its output.
+struct QbxmlValidation {
+    std::string skipped;
+    std::map<std::string, std::string> problems;
+};
+QbxmlValidation ValidateQbxmlRequests(const std::map<std::string, std::string>& documents);
+
+}  // namespace pelmark::test

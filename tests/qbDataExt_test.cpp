@@ -1,0 +1,234 @@
+// Custom-field writes and their one-step fallbacks, and the conformance of every request the
+// SDK layer sends.
+#include <gtest/gtest.h>
+
+#include "fakes/qbFakes.h"
+#include "qb/qbCommon.h"
+
+namespace pelmark::qb {
+namespace {
+
+using test::OkRs;
+using test::Rs;
+
+std::string NoValue() {
+    return Rs("DataExtModRs", 3120, "Error",
+              "Object \"Colour\" specified in the request cannot be found.  "
+              "Attribute with specified name cannot be found.");
+}
+
+std::string Refused(const std::string& rs) {
+    return Rs(rs, 3100, "Error", "The name \"Colour\" of the list element is already in use.");
+}
+
+struct QbDataExtTest : ::testing::Test {
+    test::QbTestApp t;
+    std::size_t sentBefore = 0;
+    void SetUp() override {
+        ASSERT_TRUE(QBOpen(t.app));
+        sentBefore = t.transport().requests.size();
+    }
+    DataExtOptions Red() const {
+        DataExtOptions o;
+        o.value = "Red";
+        o.fieldName = "Colour";
+        o.txnID = "1A2B-1234567890";
+        o.kind = "Invoice";
+        return o;
+    }
+    // The request names sent since SetUp, in order.
+    std::vector<std::string> Sent() const {
+        std::vector<std::string> names;
+        for (const std::string& rq : t.RequestsFrom(sentBefore)) {
+            for (const char* name : {"DataExtAddRq", "DataExtModRq", "DataExtDelRq"})
+                if (rq.find(std::string("<") + name) != std::string::npos) names.push_back(name);
+        }
+        return names;
+    }
+    using V = std::vector<std::string>;
+};
+
+TEST_F(QbDataExtTest, AModifyOfAFieldWithoutAValueBecomesAnAdd) {
+    t.company().Script("DataExtModRq", NoValue());
+    EXPECT_TRUE(DataExtModTxn(t.app, Red()));
+    EXPECT_EQ(Sent(), (V{"DataExtModRq", "DataExtAddRq"}));
+    EXPECT_TRUE(t.prompter.shown.empty()) << "the expected 3120 is not reported";
+    const std::string add = t.transport().requests.back();
+    EXPECT_NE(add.find("<DataExtValue>Red</DataExtValue>"), std::string::npos);
+    EXPECT_NE(add.find("<TxnDataExtType>Invoice</TxnDataExtType>"), std::string::npos);
+    EXPECT_TRUE(t.Traced("Data Ext Mod Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,"));
+    EXPECT_TRUE(t.Traced("Data Ext Add Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,False"));
+}
+
+TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
+    const struct {
+        const char* name;
+        bool add;  // start with DataExtAddTxn
+        bool fallBackToMod;
+        std::vector<std::string> answers;  // in the order the requests are sent
+        V sent;
+        bool ok;
+        std::size_t prompts;
+    } cases[] = {
+        {"mod, other failure", false, false, {Refused("DataExtModRs")}, {"DataExtModRq"}, false, 1},
+        {"mod, 3120, add fails",
+         false,
+         true,
+         {NoValue(), Refused("DataExtAddRs")},
+         {"DataExtModRq", "DataExtAddRq"},
+         false,
+         1},
+        {"add fails, no fallback",
+         true,
+         false,
+         {Refused("DataExtAddRs")},
+         {"DataExtAddRq"},
+         false,
+         1},
+        {"add fails, mod works",
+         true,
+         true,
+         {Refused("DataExtAddRs"), OkRs("DataExtModRs")},
+         {"DataExtAddRq", "DataExtModRq"},
+         true,
+         0},
+        {"add fails, mod says 3120",
+         true,
+         true,
+         {Refused("DataExtAddRs"), NoValue()},
+         {"DataExtAddRq", "DataExtModRq"},
+         false,
+         1},
+    };
+    for (const auto& c : cases) {
+        t.prompter.shown.clear();
+        sentBefore = t.transport().requests.size();
+        for (const std::string& a : c.answers) t.transport().Queue(test::QbxmlAnswer({a}));
+        DataExtOptions o = Red();
+        o.fallBackToMod = c.fallBackToMod;
+        EXPECT_EQ(c.add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o), c.ok) << c.name;
+        EXPECT_EQ(Sent(), c.sent) << c.name;
+        EXPECT_EQ(t.prompter.shown.size(), c.prompts) << c.name << "\n" << t.Prompts();
+    }
+}
+
+TEST_F(QbDataExtTest, AnEmptyValueWithDeleteWhenEmptySendsOneDelete) {
+    for (bool add : {false, true}) {
+        sentBefore = t.transport().requests.size();
+        DataExtOptions o = Red();
+        o.value.clear();
+        o.deleteWhenEmpty = true;
+        o.lineID = "1A2D-1234567890";
+        EXPECT_TRUE(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o));
+        EXPECT_EQ(Sent(), V{"DataExtDelRq"});
+        const std::string del = t.transport().requests.back();
+        EXPECT_EQ(del.find("DataExtValue"), std::string::npos);
+        EXPECT_NE(del.find("<TxnLineID>1A2D-1234567890</TxnLineID>"), std::string::npos);
+    }
+    EXPECT_TRUE(t.Traced("Data Ext Del Txn Sub 0,Colour,1A2B-1234567890,Invoice,1A2D-1234567890"));
+}
+
+TEST_F(QbDataExtTest, XmlModeSendsAPreparedAddAsAModify) {
+    MsgSetRequest prepared("US", 7, 0);
+    Node& ext = prepared.Append("DataExtAddRq").Child("DataExtAdd");
+    ext.Field("OwnerID").SetValue("0");
+    ext.Field("DataExtName").SetValue("Colour");
+    ext.Field("TxnDataExtType").SetValue("Invoice");
+    ext.Field("TxnID").SetValue("1A2B-1234567890");
+    ext.Field("DataExtValue").SetValue("Red");
+    const std::string expected = [&] {
+        std::string xml = prepared.ToXMLString();
+        for (auto [from, to] :
+             {std::pair{"DataExtAddRq", "DataExtModRq"}, std::pair{"DataExtAdd>", "DataExtMod>"}}) {
+            for (std::size_t at; (at = xml.find(from)) != std::string::npos;)
+                xml.replace(at, std::string(from).size(), to);
+        }
+        return xml;
+    }();
+    for (bool add : {true, false}) {
+        sentBefore = t.transport().requests.size();
+        DataExtOptions o;
+        o.useXml = true;
+        o.request = &prepared;
+        o.fallBackToMod = true;
+        t.company().Script("DataExtModRq", NoValue());  // no fallback in XML mode
+        EXPECT_FALSE(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o));
+        ASSERT_EQ(t.RequestsFrom(sentBefore).size(), 1u) << add;
+        EXPECT_EQ(t.transport().requests.back(), expected);
+        EXPECT_EQ(expected.find("DataExtAdd"), std::string::npos);
+    }
+}
+
+TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {
+    DataExtOptions o = Red();
+    o.lineID = "1A2D-1234567890";
+    EXPECT_TRUE(DataExtModTxn(t.app, o));
+    EXPECT_NE(t.transport().requests.back().find("<TxnLineID>1A2D-1234567890</TxnLineID>"),
+              std::string::npos);
+
+    test::QbTestApp old;
+    old.company().versions = {"1.0", "2.0", "2.1"};
+    ASSERT_TRUE(QBOpen(old.app));
+    const std::size_t sent = old.transport().requests.size();
+    EXPECT_FALSE(DataExtModTxn(old.app, o));
+    EXPECT_EQ(old.transport().requests.size(), sent);
+    o.lineID.clear();
+    EXPECT_TRUE(DataExtAddTxn(old.app, o)) << "a field of the transaction works in 2.0";
+}
+
+TEST_F(QbDataExtTest, ARequestThatCannotBeWrittenIsReportedNotSent) {
+    DataExtOptions o = Red();
+    o.kind = "Timesheet";  // no such TxnDataExtType: the request lacks a required element
+    EXPECT_FALSE(DataExtModTxn(t.app, o));
+    EXPECT_TRUE(Sent().empty());
+    EXPECT_NE(t.Prompts().find("qb Do Request Err=0x80040203 "), std::string::npos);
+}
+
+// Every request the SDK layer sends in the scenarios above passes Intuit's reference.
+TEST(QbConformance, EveryRequestSentPassesTheValidator) {
+    std::map<std::string, std::string> documents;
+    auto keep = [&](const std::string& scenario, const test::QbTestApp& t) {
+        int n = 0;
+        for (const std::string& rq : t.qb.transport.requests)
+            documents[scenario + "_" + std::to_string(n++) + ".xml"] = rq;
+    };
+    for (const std::vector<std::string>& versions :
+         {std::vector<std::string>{"1.0", "2.0"}, std::vector<std::string>{"1.0", "3.0", "6.0"},
+          std::vector<std::string>{"13.0"}}) {
+        test::QbTestApp t;
+        t.company().versions = versions;
+        t.company().Script("ItemQueryRq", Rs("ItemQueryRs", 3260, "Error", "no"));
+        t.company().Script("SalesTaxCodeQueryRq", Rs("SalesTaxCodeQueryRs", 3260, "Error", "no"));
+        t.company().Script("DataExtModRq", NoValue());
+        ASSERT_TRUE(QBInit(t.app));
+        CustomerQuerySub(t.app, "Acme:Job 1");
+        SalesTaxCodeQuerySub(t.app);
+        ItemQuerySub(t.app, false, "Parts:Widget");
+        for (const char* kind : {"Invoice", "Estimate", "SalesOrder", "SalesReceipt"}) {
+            DataExtOptions o;
+            o.value = "Red";
+            o.fieldName = "Colour";
+            o.txnID = "1A2B-1234567890";
+            o.kind = kind;
+            DataExtModTxn(t.app, o);
+            o.lineID = "1A2D-1234567890";
+            DataExtAddTxn(t.app, o);
+            DataExtDelTxn(t.app, o);
+        }
+        MsgSetRequest& set = *RequestSet(t.app);
+        if (set.Supports("InvoiceModRq")) {
+            set.ClearRequests();
+            Node& mod = set.Append("InvoiceModRq").Child("InvoiceMod");
+            SalesCommonModSub(t.app, mod,
+                              {"1A2B-1234567890", "1234567890", "Invoice Mod", "UPS", true});
+        }
+        keep("v" + versions.back(), t);
+    }
+    ASSERT_GT(documents.size(), 40u);
+    test::QbxmlValidation v = test::ValidateQbxmlRequests(documents);
+    if (!v.skipped.empty()) GTEST_SKIP() << v.skipped;
+    for (const auto& [name, problem] : v.problems) ADD_FAILURE() << name << "\n" << problem;
+}
+
+}  // namespace
+}  // namespace pelmark::qb

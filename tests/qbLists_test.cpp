@@ -1,0 +1,278 @@
+// The list queries: every item kind the reader knows, the permission retry, the statuses that
+// are not errors, and the customer, sales tax code and template lists.
+#include <gtest/gtest.h>
+
+#include "fakes/qbFakes.h"
+#include "qb/qbCommon.h"
+
+namespace pelmark::qb {
+namespace {
+
+using test::OkRs;
+using test::Rs;
+
+const char* const kNoPermission = "Insufficient permission level to perform this action.";
+
+struct QbListsTest : ::testing::Test {
+    test::QbTestApp t;
+    std::size_t sentBefore = 0;
+    void SetUp() override {
+        ASSERT_TRUE(QBOpen(t.app));
+        sentBefore = t.transport().requests.size();
+    }
+    std::vector<std::string> Sent() const { return t.RequestsFrom(sentBefore); }
+};
+
+// One returned item of each kind, as QuickBooks writes them.
+const char* const kEveryKind =
+    "<ItemServiceRet><ListID>S-1</ListID><EditSequence>11</EditSequence><Name>Install</Name>"
+    "<FullName>Labor:Install</FullName><SalesTaxCodeRef><FullName>Non</FullName>"
+    "</SalesTaxCodeRef><SalesOrPurchase><Desc>Installation labor</Desc><Price>35.00</Price>"
+    "</SalesOrPurchase><DataExtRet><OwnerID>0</OwnerID><DataExtName>Net Weight</DataExtName>"
+    "<DataExtType>QUANTYPE</DataExtType><DataExtValue>1.5</DataExtValue></DataExtRet>"
+    "</ItemServiceRet>"
+    "<ItemOtherChargeRet><ListID>OC-1</ListID><Name>Freight</Name><FullName>Freight</FullName>"
+    "</ItemOtherChargeRet>"
+    "<ItemInventoryRet><ListID>I-1</ListID><Name>Widget</Name><FullName>Parts:Widget</FullName>"
+    "<SalesDesc>Blue widget</SalesDesc><SalesPrice>9.50</SalesPrice>"
+    "<PurchaseCost>4.00</PurchaseCost><QuantityOnHand>12</QuantityOnHand></ItemInventoryRet>"
+    "<ItemNonInventoryRet><ListID>N-1</ListID><Name>Gift</Name><FullName>Gift</FullName>"
+    "<SalesAndPurchase><SalesDesc>Gift box</SalesDesc><SalesPrice>5.00</SalesPrice>"
+    "<PurchaseDesc>bought</PurchaseDesc><PurchaseCost>2.00</PurchaseCost></SalesAndPurchase>"
+    "</ItemNonInventoryRet>"
+    "<ItemInventoryAssemblyRet><ListID>A-1</ListID><Name>Kit</Name><FullName>Kit</FullName>"
+    "</ItemInventoryAssemblyRet>"
+    "<ItemGroupRet><ListID>G-1</ListID><TimeCreated>2024-01-01T00:00:00</TimeCreated>"
+    "<Name>Bundle</Name><ItemDesc>Bundle of things</ItemDesc></ItemGroupRet>"
+    "<ItemSalesTaxRet><ListID>T-1</ListID><Name>CA Tax</Name><ItemDesc>State</ItemDesc>"
+    "<TaxRate>7.25</TaxRate></ItemSalesTaxRet>"
+    "<ItemSubtotalRet><ListID>ST-1</ListID><Name>Subtotal</Name></ItemSubtotalRet>"
+    "<ItemDiscountRet><ListID>D-1</ListID><Name>Ten</Name><FullName>Discounts:Ten</FullName>"
+    "<DiscountRatePercent>-10.0</DiscountRatePercent></ItemDiscountRet>"
+    "<ItemFutureRet><ListID>F-1</ListID><Name>Future</Name></ItemFutureRet>"
+    "<ItemSalesTaxGroupRet><ListID>TG-1</ListID><Name>Bay Area</Name></ItemSalesTaxGroupRet>"
+    "<ItemFixedAssetRet><ListID>FA-1</ListID><Name>Truck</Name></ItemFixedAssetRet>"
+    "<ItemPaymentRet><ListID>P-1</ListID><Name>Deposit</Name></ItemPaymentRet>";
+
+TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
+    t.company().Script("ItemQueryRq", OkRs("ItemQueryRs", kEveryKind));
+    ASSERT_TRUE(ItemQuerySub(t.app));
+    const struct {
+        const char* fullName;
+        int kind;
+        const char* desc;
+        const char* trace;  // "" for none
+    } cases[] = {
+        {"Labor:Install", kItemService, "Installation labor", "PIIIX, I S "},
+        {"Freight", kItemOtherCharge, "", "PIIIX, I OC "},
+        {"Parts:Widget", kItemInventory, "Blue widget", "PIIIX, I I "},
+        {"Gift", kItemNonInventory, "Gift box", "PIIIX, I NI "},
+        {"Kit", kItemAssembly, "", "PIIIX, I iA "},
+        {"Bundle", kItemGroup, "Bundle of things", "PIIIX, I G "},
+        {"CA Tax", kItemSalesTax, "State", "PIIIX, I STax "},
+        {"Subtotal", kItemSubtotal, "", "PIIIX, I SubT "},
+        {"Discounts:Ten", kItemDiscount, "", "PIIIX, I Disc "},
+        {"Bay Area", kItemSalesTaxGroup, "", "PIIIX, I St Grp "},
+        {"Truck", kItemFixedAsset, "", ""},
+        {"Deposit", kItemPayment, "", ""},
+    };
+    ASSERT_EQ(t.app.items.count(), std::size(cases));
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const ItemRec& item = t.app.items.items[i];
+        EXPECT_EQ(item.fullName, cases[i].fullName);
+        EXPECT_EQ(item.kind, cases[i].kind) << item.fullName;
+        EXPECT_EQ(item.desc, cases[i].desc) << item.fullName;
+        if (*cases[i].trace) {
+            EXPECT_TRUE(t.Traced(cases[i].trace)) << cases[i].trace;
+        }
+    }
+    const ItemRec* install = FindItem(t.app, "LABOR:INSTALL");
+    ASSERT_NE(install, nullptr);
+    EXPECT_EQ(install->name, "Install");
+    EXPECT_EQ(install->depth, 2);
+    EXPECT_EQ(install->listID, "S-1");
+    EXPECT_EQ(install->editSequence, "11");
+    EXPECT_EQ(install->price, "35.00");
+    EXPECT_EQ(install->customFields,
+              (std::vector<std::pair<std::string, std::string>>{{"Net Weight", "1.5"}}));
+    EXPECT_EQ(FindItem(t.app, "Gift")->cost, "2.00");
+    EXPECT_EQ(FindItem(t.app, "CA Tax")->price, "7.25%");
+    EXPECT_EQ(t.app.items.salesTaxItems.count("ca tax"), 1u);
+    EXPECT_EQ(t.app.items.salesTaxGroups.count("Bay Area"), 1u);
+
+    EXPECT_TRUE(t.Traced("ItemServiceRet: FullName = Labor:Install, SalesTaxCodeRef = Non"));
+    EXPECT_TRUE(t.Traced("ItemotherchargeRet: FullName = Freight"));
+    EXPECT_TRUE(t.Traced("ItemInventoryRet: FullName = Parts:Widget, QuantityOnHand = 12"));
+    EXPECT_TRUE(t.Traced("ItemNonInventoryRet: FullName = Gift"));
+    EXPECT_EQ(FindItem(t.app, "Future"), nullptr);
+    const auto err = t.ErrLines();
+    EXPECT_NE(std::find(err.begin(), err.end(), "ERROR\tUnknown Item Type ItemFutureRet"),
+              err.end());
+    EXPECT_TRUE(t.Traced("Item Query Sub Exit"));
+
+    // The query asks for the custom fields.
+    ASSERT_EQ(Sent().size(), 1u);
+    EXPECT_NE(Sent()[0].find("<OwnerID>0</OwnerID>"), std::string::npos);
+}
+
+TEST_F(QbListsTest, StatusesThatAreNotErrors) {
+    const struct {
+        int code;
+        const char* severity;
+        const char* body;
+        std::size_t items;
+    } cases[] = {
+        {1, "Info", "", 0},
+        {500, "Warn",
+         "<ItemServiceRet><Name>Labor</Name><FullName>Labor</FullName>"
+         "</ItemServiceRet>",
+         1},
+    };
+    for (const auto& c : cases) {
+        t.company().Script("ItemQueryRq", Rs("ItemQueryRs", c.code, c.severity, "m", c.body));
+        EXPECT_TRUE(ItemQuerySub(t.app)) << c.code;
+        EXPECT_EQ(t.app.items.count(), c.items) << c.code;
+        EXPECT_TRUE(t.Traced("Item Query Status: Code = " + std::to_string(c.code) +
+                             ", Message = m, Severity = " + c.severity));
+    }
+    EXPECT_TRUE(t.prompter.shown.empty());
+}
+
+TEST_F(QbListsTest, PermissionTroubleIsRetriedOnceWithTheLimitedElementList) {
+    const struct {
+        const char* name;
+        const char* rq;
+        const char* rs;
+        bool (*query)(App&);
+        std::vector<std::string> limited;
+    } cases[] = {
+        {"items",
+         "ItemQueryRq",
+         "ItemQueryRs",
+         [](App& a) { return ItemQuerySub(a); },
+         {"Name", "FullName", "ListID", "Price", "Cost", "EditSequence", "PreferedVendor", "Desc",
+          "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRetList", "SalesTaxCodeRef",
+          "SalesOrPurchase", "SalesAndPurchase", "AccountRef"}},
+        {"sales tax codes",
+         "SalesTaxCodeQueryRq",
+         "SalesTaxCodeQueryRs",
+         [](App& a) { return SalesTaxCodeQuerySub(a); },
+         {"Name", "ListID", "EditSequence", "Desc", "IsActive"}},
+    };
+    for (const auto& c : cases) {
+        t.prompter.shown.clear();
+        sentBefore = t.transport().requests.size();
+        std::vector<std::string> progress;
+        t.app.qb.showStatus = [&](const std::string& s) { progress.push_back(s); };
+        t.company().Script(c.rq, Rs(c.rs, 3260, "Error", kNoPermission));
+        t.company().Script(c.rq, OkRs(c.rs,
+                                      "<ItemServiceRet><Name>Labor</Name><FullName>Labor"
+                                      "</FullName></ItemServiceRet><SalesTaxCodeRet><Name>Tax"
+                                      "</Name><ListID>X</ListID></SalesTaxCodeRet>"));
+        EXPECT_TRUE(c.query(t.app)) << c.name;
+        EXPECT_EQ(progress, std::vector<std::string>{"Retrying for permissions"}) << c.name;
+        std::vector<std::string> sent = Sent();
+        ASSERT_EQ(sent.size(), 2u) << c.name;
+        EXPECT_EQ(sent[0].find("IncludeRetElement"), std::string::npos);
+        std::string elements;
+        for (const std::string& e : c.limited)
+            elements += "<IncludeRetElement>" + e + "</IncludeRetElement>";
+        std::string second = sent[1];
+        second.erase(std::remove_if(second.begin(), second.end(), ::isspace), second.end());
+        EXPECT_NE(second.find(elements), std::string::npos) << c.name << "\n" << sent[1];
+        EXPECT_TRUE(t.prompter.shown.empty());
+    }
+    EXPECT_NE(FindItem(t.app, "Labor"), nullptr);
+    ASSERT_EQ(t.app.qb.salesTaxCodes.size(), 1u);
+    EXPECT_EQ(t.app.qb.salesTaxCodes[0].name, "Tax");
+}
+
+TEST_F(QbListsTest, OtherCodesAndASecondRefusalAreReported) {
+    const struct {
+        std::vector<std::string> answers;
+        std::size_t requests;
+        const char* reported;
+    } cases[] = {
+        {{Rs("ItemQueryRs", 3250, "Error", "Feature not enabled")},
+         1,
+         "Item  could not be retried from QuickBooks\r\nError = 3250 Feature not enabled"},
+        {{Rs("ItemQueryRs", 3260, "Error", kNoPermission),
+          Rs("ItemQueryRs", 3260, "Error", kNoPermission)},
+         2,
+         "Error = 3260 Insufficient permission level"},
+    };
+    for (const auto& c : cases) {
+        t.prompter.shown.clear();
+        sentBefore = t.transport().requests.size();
+        for (const std::string& a : c.answers) t.company().Script("ItemQueryRq", a);
+        EXPECT_FALSE(ItemQuerySub(t.app));
+        EXPECT_EQ(Sent().size(), c.requests);
+        ASSERT_EQ(t.prompter.shown.size(), 1u);
+        EXPECT_NE(t.prompter.shown[0].text.find(c.reported), std::string::npos)
+            << t.prompter.shown[0].text;
+        EXPECT_NE(t.prompter.shown[0].text.find(kContinueOrTerminate), std::string::npos);
+    }
+}
+
+TEST_F(QbListsTest, ATransportFailureInAListQueryIsReported) {
+    t.transport().FailNext("ProcessRequest", 0x800706BE);
+    EXPECT_FALSE(CustomerQuerySub(t.app));
+    EXPECT_NE(t.Prompts().find("Customer Query Sub Err=0x800706BE "), std::string::npos);
+    ASSERT_TRUE(QBOpen(t.app));  // the failure ended the session; this opens it again
+    t.transport().Queue("<QBXML><QBXMLMsgsRs></QBXMLMsgsRs></QBXML>");
+    EXPECT_FALSE(TemplateQuerySub(t.app));
+    EXPECT_NE(t.Prompts().find("Template Query Sub Err=0x80040202 "), std::string::npos);
+}
+
+TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
+    t.company().Script(
+        "CustomerQueryRq",
+        OkRs("CustomerQueryRs",
+             "<CustomerRet><ListID>C-1</ListID><EditSequence>3</EditSequence><Name>Acme</Name>"
+             "<FullName>Acme</FullName><IsActive>true</IsActive></CustomerRet>"
+             "<CustomerRet><ListID>C-2</ListID><EditSequence>4</EditSequence><Name>Job 1</Name>"
+             "<FullName>Acme:Job 1</FullName><IsActive>false</IsActive></CustomerRet>"));
+    ASSERT_TRUE(CustomerQuerySub(t.app));
+    const auto& customers = t.app.qb.customers;
+    ASSERT_EQ(customers.size(), 2u);
+    EXPECT_EQ(customers[1].fullName, "Acme:Job 1");
+    EXPECT_EQ(customers[1].name, "Job 1");
+    EXPECT_FALSE(customers[1].isActive);
+    EXPECT_TRUE(t.Traced("Custome Query Status: Code = 0, Message = Status OK, Severity = Info"));
+    EXPECT_TRUE(t.Traced("Customer Query Sub Exit"));
+
+    // A second full query replaces the list; one that finds nothing says so.
+    ASSERT_TRUE(CustomerQuerySub(t.app));
+    EXPECT_TRUE(customers.empty());
+    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
+
+    t.company().Script("SalesTaxCodeQueryRq",
+                       OkRs("SalesTaxCodeQueryRs",
+                            "<SalesTaxCodeRet><ListID>S-1</ListID><EditSequence>2</EditSequence>"
+                            "<Name>Non</Name><IsActive>true</IsActive><IsTaxable>false"
+                            "</IsTaxable><Desc>Non-Taxable Sales</Desc></SalesTaxCodeRet>"));
+    ASSERT_TRUE(SalesTaxCodeQuerySub(t.app));
+    ASSERT_EQ(t.app.qb.salesTaxCodes.size(), 1u);
+    EXPECT_EQ(t.app.qb.salesTaxCodes[0].desc, "Non-Taxable Sales");
+    EXPECT_TRUE(t.Traced("Salex Tax Code Query Status: Code = 0, Message = Status OK"));
+
+    t.company().Script("TemplateQueryRq",
+                       OkRs("TemplateQueryRs",
+                            "<TemplateRet><ListID>T-1</ListID><Name>Custom Estimate</Name>"
+                            "<TemplateType>Estimate</TemplateType></TemplateRet>"));
+    ASSERT_TRUE(TemplateQuerySub(t.app));
+    ASSERT_EQ(t.app.qb.templates.size(), 1u);
+    EXPECT_EQ(t.app.qb.templates[0].templateType, "Estimate");
+}
+
+TEST(QbLists, TemplatesAreNotAskedForBeforeQbxml30) {
+    test::QbTestApp t;
+    t.company().versions = {"1.0", "2.0", "2.1"};
+    ASSERT_TRUE(QBOpen(t.app));
+    const std::size_t sent = t.transport().requests.size();
+    EXPECT_TRUE(TemplateQuerySub(t.app));
+    EXPECT_EQ(t.transport().requests.size(), sent);
+}
+
+}  // namespace
+}  // namespace pelmark::qb

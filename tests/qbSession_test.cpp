@@ -1,0 +1,278 @@
+// Opening and closing the QuickBooks session, the qbXML version choice, and the start-up loading
+// of the lists.
+#include <gtest/gtest.h>
+
+#include "app/logs.h"
+#include "fakes/qbFakes.h"
+#include "qb/qbCommon.h"
+
+namespace pelmark::qb {
+namespace {
+
+using test::OkRs;
+using test::QbTestApp;
+
+const char* const kNoInvoiceMods =
+    "This version of QuickBooks does not support Invoice modifications.";
+
+TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt70) {
+    struct Case {
+        std::vector<std::string> versions;
+        const char* version;  // of the request sets
+        bool message;         // "does not support Invoice modifications"
+    } cases[] = {
+        {{"1.0", "2.0", "2.1", "3.0", "13.0"}, "7.0", false},
+        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.0", false},
+        {{"1.0", "2.0", "3.0", "6.0"}, "6.0", false},
+        {{"1.0", "2.0"}, "2.0", true},
+        {{"CA3.0", "2.0", "1.1"}, "2.0", true},  // a country-marked entry counts as 0
+    };
+    for (const Case& c : cases) {
+        QbTestApp t;
+        t.company().versions = c.versions;
+        ASSERT_TRUE(QBOpen(t.app));
+        const std::string version = std::string("<?qbxml version=\"") + c.version + "\"?>";
+        // The host query always goes as 1.0; everything after it at the chosen version.
+        const auto& sent = t.transport().requests;
+        ASSERT_GE(sent.size(), 2u);
+        EXPECT_NE(sent[0].find("<?qbxml version=\"1.0\"?>"), std::string::npos);
+        for (std::size_t i = 1; i < sent.size(); ++i)
+            EXPECT_NE(sent[i].find(version), std::string::npos) << c.version << "\n" << sent[i];
+        EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), c.version);
+        EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, c.message) << c.version;
+        EXPECT_TRUE(t.Traced(std::string("QB Opening as ") + c.version + "OE="));
+    }
+}
+
+TEST(QbSession, VersionTextsAreSplitAtTheFirstPointAndCapped) {
+    const std::pair<const char*, std::pair<std::string, std::string>> cases[] = {
+        {"13.0", {"7", "0"}}, {"7.1", {"7", "0"}}, {"7.0", {"7", "0"}}, {"8", {"7", "0"}},
+        {"6.0", {"6", "0"}},  {"2", {"2", "0"}},   {"2.1", {"2", "1"}},
+    };
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(ChooseRequestVersion(text), expected) << text;
+}
+
+TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
+    QbTestApp t;
+    ASSERT_TRUE(QBOpen(t.app));
+    auto& tr = t.transport();
+    EXPECT_EQ(tr.appName, "Corvalt's Pelmark");
+    EXPECT_EQ(tr.openMode, kOpenDoNotCare);
+    EXPECT_EQ(t.app.qb.companyFileName, tr.companyFile);
+    EXPECT_EQ(t.app.qb.company.name, "Sample Co");
+    EXPECT_EQ(t.app.qb.hostProductName, "QuickBooks Pro 2014");
+    EXPECT_TRUE(t.Traced("QB Open, FFN=" + tr.companyFile));
+    EXPECT_TRUE(t.Traced("QB Open Host Product Name is QuickBooks Pro 2014 V24.0"));
+    EXPECT_TRUE(t.Traced("Opening company Sample Co"));
+    EXPECT_TRUE(t.Traced("QB Open Support LineDE True"));
+
+    const std::size_t calls = tr.calls.size();
+    EXPECT_TRUE(QBOpen(t.app));
+    EXPECT_EQ(tr.calls.size(), calls) << "a second QBOpen reaches QuickBooks";
+
+    ASSERT_EQ(t.app.closeSteps.size(), 1u);
+    QBClose(t.app);
+    EXPECT_FALSE(t.app.qb.sessionOpen);
+    EXPECT_FALSE(tr.inSession);
+    EXPECT_FALSE(tr.connected);
+    EXPECT_EQ(RequestSet(t.app), nullptr);
+
+    ASSERT_TRUE(QBOpen(t.app));  // opens again from the connection
+    EXPECT_EQ(tr.Count("OpenConnection"), 2);
+    EXPECT_EQ(t.app.closeSteps.size(), 1u) << "QBClose is registered once";
+    CloseAll(t.app);
+    EXPECT_FALSE(tr.connected);
+}
+
+TEST(QbSession, ATransportFailureIsReportedAndLeavesTheSessionClosed) {
+    struct Case {
+        const char* method;
+        uint32_t hresult;
+    } cases[] = {
+        {"OpenConnection", 0x80040408},
+        {"BeginSession", 0x80040416},
+        {"ProcessRequest", 0x800706BA},  // the host query
+        {"", 0x800706BE},                // call 6: the custom-field definition query
+    };
+    for (const Case& c : cases) {
+        QbTestApp t;
+        auto& tr = t.transport();
+        if (*c.method) {
+            tr.FailNext(c.method, c.hresult);
+        } else {
+            tr.FailCall(6, c.hresult);
+        }
+        EXPECT_FALSE(QBOpen(t.app)) << c.method;
+        EXPECT_FALSE(t.app.qb.sessionOpen);
+        EXPECT_FALSE(tr.connected) << c.method;
+        EXPECT_FALSE(tr.inSession) << c.method;
+        const std::string prompts = t.Prompts();
+        const std::string method = *c.method ? c.method : "ProcessRequest";
+        EXPECT_NE(
+            prompts.find("QB Open Err=" + ErrNumberText(c.hresult) + " " + method + " failed: "),
+            std::string::npos)
+            << prompts;
+        EXPECT_NE(prompts.find(kContinueOrTerminate), std::string::npos);
+        EXPECT_TRUE(t.app.closeSteps.empty());
+
+        EXPECT_TRUE(QBOpen(t.app)) << "the next use tries again";
+        EXPECT_TRUE(tr.connected);
+    }
+}
+
+TEST(QbSession, AnUnreadableHostAnswerFailsTheOpen) {
+    const char* answers[] = {
+        "this is not XML",
+        "<?xml version=\"1.0\" ?><QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\"",
+        "<QBXML><QBXMLMsgsRs></QBXMLMsgsRs></QBXML>",  // no response at all
+        "<QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\" statusSeverity=\"Info\">"
+        "<HostRet><ProductName>QB</ProductName></HostRet></HostQueryRs></QBXMLMsgsRs></QBXML>",
+    };
+    for (const char* answer : answers) {
+        QbTestApp t;
+        t.transport().Queue(answer);
+        EXPECT_FALSE(QBOpen(t.app)) << answer;
+        EXPECT_FALSE(t.transport().connected);
+        EXPECT_NE(t.Prompts().find("QB Open Err=0x80040202 "), std::string::npos) << t.Prompts();
+    }
+}
+
+TEST(QbSession, AnsweringNoEndsTheProgramWithTheSessionClosed) {
+    QbTestApp t;
+    t.transport().FailNext("BeginSession", 0x80040418);
+    t.prompter.Answer(kAnsNo);
+    EXPECT_THROW(QBOpen(t.app), ProgramEnd);
+    EXPECT_FALSE(t.transport().connected);
+    EXPECT_FALSE(t.app.qb.sessionOpen);
+}
+
+TEST(QbSession, ReadsTheCustomFieldDefinitions) {
+    QbTestApp t;
+    t.company().dataExtDefs =
+        "<DataExtDefRet><OwnerID>0</OwnerID><DataExtName>Colour</DataExtName>"
+        "<DataExtType>STR255TYPE</DataExtType><AssignToObject>Invoice</AssignToObject>"
+        "<AssignToObject>Item</AssignToObject></DataExtDefRet>"
+        "<DataExtDefRet><OwnerID>0</OwnerID><DataExtName>Net Weight</DataExtName>"
+        "<DataExtType>QUANTYPE</DataExtType><AssignToObject>Item</AssignToObject>"
+        "</DataExtDefRet>";
+    ASSERT_TRUE(QBOpen(t.app));
+    const auto& defs = t.app.qb.dataExtDefs;
+    ASSERT_EQ(defs.size(), 2u);
+    EXPECT_EQ(defs[0].name, "Colour");
+    EXPECT_EQ(defs[0].assignToObject, (std::vector<std::string>{"Invoice", "Item"}));
+    EXPECT_EQ(defs[1].type, "QUANTYPE");
+    EXPECT_TRUE(t.Traced("Get Data Extentions Entered "));
+    EXPECT_TRUE(t.Traced("Get Data Extentions Continue "));
+    EXPECT_TRUE(t.Traced("Get Data Extentions Exit "));
+}
+
+TEST(QbSession, ADefinitionQueryFailureIsTracedAndTheSessionOpens) {
+    QbTestApp t;
+    t.company().Script("DataExtDefQueryRq",
+                       test::Rs("DataExtDefQueryRs", 3250, "Error", "Feature not enabled"));
+    ASSERT_TRUE(QBOpen(t.app));
+    EXPECT_TRUE(t.app.qb.dataExtDefs.empty());
+    EXPECT_TRUE(t.Traced("FillDataExts unexpexcted Error - 3250 Feature not enabled"));
+    EXPECT_TRUE(t.prompter.shown.empty());
+}
+
+TEST(QbSession, LineCustomFieldsNeedAVersionWithTxnLineID) {
+    const std::pair<std::vector<std::string>, bool> cases[] = {
+        {{"1.0", "2.0", "2.1"}, false}, {{"1.0", "2.0", "3.0"}, true}, {{"13.0"}, true}};
+    for (const auto& [versions, supported] : cases) {
+        QbTestApp t;
+        t.company().versions = versions;
+        ASSERT_TRUE(QBOpen(t.app));
+        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, supported) << versions.back();
+        EXPECT_TRUE(t.Traced(std::string("QB Open Support LineDE ") + BoolText(supported)));
+        // The probe is built, never sent, and leaves the default request set empty.
+        for (const std::string& rq : t.transport().requests)
+            EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
+        EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
+    }
+}
+
+struct InitCase {
+    const char* name;
+    const char* checkBox;   // ticked before QBInit; "" for none
+    bool customers, items;  // whether each query is sent
+};
+
+TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
+    const InitCase cases[] = {
+        {"all", "", true, true},
+        {"bypass customers", "chkBypassCustomerQuery", false, true},
+        {"items from IIF", "chkUseItemsIIF", true, false},
+        {"bypass items", "chkBypassItemsQuery", true, false},
+    };
+    for (const InitCase& c : cases) {
+        QbTestApp t;
+        if (*c.checkBox) t.app.frmMain.Find(c.checkBox)->value = 1;
+        t.dir.Write("Items.iif",
+                    "!INVITEM\tNAME\tINVITEMTYPE\tDESC\tPRICE\r\n"
+                    "INVITEM\tFrom IIF\tSERV\tfrom the file\t1.00\r\n");
+        t.company().Script("CustomerQueryRq",
+                           OkRs("CustomerQueryRs",
+                                "<CustomerRet><ListID>80-1</ListID><EditSequence>7</EditSequence>"
+                                "<Name>Acme</Name><FullName>Acme</FullName></CustomerRet>"));
+        t.company().Script("TemplateQueryRq",
+                           OkRs("TemplateQueryRs",
+                                "<TemplateRet><ListID>T-1</ListID><Name>Intuit Product Invoice"
+                                "</Name><TemplateType>Invoice</TemplateType></TemplateRet>"));
+        t.company().Script("ItemQueryRq",
+                           OkRs("ItemQueryRs",
+                                "<ItemServiceRet><ListID>I-1</ListID><Name>Labor</Name>"
+                                "<FullName>Labor</FullName></ItemServiceRet>"));
+        std::vector<std::string> progress;
+        t.app.qb.showStatus = [&](const std::string& s) { progress.push_back(s); };
+        ASSERT_TRUE(QBInit(t.app)) << c.name;
+
+        const std::string qbName = kQuickBooks;
+        EXPECT_EQ(progress,
+                  (std::vector<std::string>{"Opening " + qbName, "Getting Customers from " + qbName,
+                                            "Getting Templates from " + qbName,
+                                            "Getting Items from " + qbName}))
+            << c.name;
+        const auto& answered = t.company().answered;
+        auto sent = [&](const char* rq) {
+            return std::find(answered.begin(), answered.end(), rq) != answered.end();
+        };
+        EXPECT_EQ(sent("CustomerQueryRq"), c.customers) << c.name;
+        EXPECT_EQ(t.app.qb.customers.size(), c.customers ? 1u : 0u) << c.name;
+        EXPECT_TRUE(t.Traced(c.customers ? "QB Init Getting All Customers "
+                                         : "QB Init Bypassed Query Customers "))
+            << c.name;
+        ASSERT_EQ(t.app.qb.templates.size(), 1u);
+        EXPECT_EQ(t.app.qb.templates[0].name, "Intuit Product Invoice");
+        EXPECT_EQ(sent("ItemQueryRq"), c.items) << c.name;
+        const bool iif = std::string(c.checkBox) == "chkUseItemsIIF";
+        EXPECT_EQ(FindItem(t.app, "labor") != nullptr, c.items) << c.name;
+        EXPECT_EQ(FindItem(t.app, "FROM IIF") != nullptr, iif) << c.name;
+        EXPECT_TRUE(t.Traced("QB Init Complete "));
+    }
+}
+
+TEST(QbSession, InitTemplateStepUsesVersion17ForNewerOrUnknownHosts) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"16", "16"}, {"28", "17"}, {"", "17"}, {"8", "17"}};  // compared as text
+    for (const auto& [major, used] : cases) {
+        QbTestApp t;
+        t.company().handlers["HostQueryRq"] = [major = std::string(major)](const std::string&) {
+            return OkRs("HostQueryRs", test::HostRet({"7.0"}, "QuickBooks", major, "0"));
+        };
+        ASSERT_TRUE(QBInit(t.app));
+        EXPECT_TRUE(t.Traced(std::string("Template Query Sub Entered ") + used)) << major;
+    }
+}
+
+TEST(QbSession, InitStopsWhenQuickBooksCannotBeOpened) {
+    QbTestApp t;
+    t.transport().FailNext("OpenConnection", 0x80040408);
+    EXPECT_FALSE(QBInit(t.app));
+    EXPECT_TRUE(t.transport().requests.empty());
+    EXPECT_EQ(t.prompter.shown.size(), 1u) << "one prompt, not one per list";
+}
+
+}  // namespace
+}  // namespace pelmark::qb
