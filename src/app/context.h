@@ -12,6 +12,7 @@
 #include "app/seams.h"
 #include "app/settings.h"
 #include "qb/qbCommon.h"
+#include "screen/WindowsStuff.h"
 #include "ui/form.h"
 
 namespace pelmark {
@@ -24,6 +25,7 @@ struct Seams {
     Registry* registry = nullptr;
     FileSystem* files = nullptr;
     qb::QbTransport* qbTransport = nullptr;  // QuickBooks, or qbsim standing in for it
+    screen::Desktop* desktop = nullptr;      // the Windows desktop, or the simulated one
 };
 
 struct App {
@@ -34,6 +36,7 @@ struct App {
     ItemTable items;
     ui::Form frmMain;
     qb::QbState qb;
+    screen::ScreenState screen;
     // Close steps registered by the modules that hold something open (the QuickBooks session);
     // CloseAll runs them in reverse order.
     std::vector<std::function<void()>> closeSteps;

@@ -1,0 +1,57 @@
+// The seam through which the program sees and drives the Windows desktop: the window tree,
+// window texts, keystrokes and the clipboard. Win32 implements it for real; the simulated
+// desktop of qbsim implements it with fake QuickBooks windows.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace pelmark::screen {
+
+// A window handle; 0 is no window.
+using Hwnd = std::uintptr_t;
+
+// GetWindow relations, numbered as Windows numbers them.
+enum WindowRel : int { kGwHwndNext = 2, kGwChild = 5 };
+
+class Desktop {
+public:
+    virtual ~Desktop() = default;
+
+    // The window tree.
+    virtual Hwnd GetDesktopWindow() = 0;
+    virtual Hwnd GetWindow(Hwnd wnd, int relation) = 0;  // kGwChild, kGwHwndNext
+    virtual Hwnd GetParent(Hwnd wnd) = 0;
+    // GetWindowTextA / GetClassNameA into a buffer of `maxChars` characters.
+    virtual std::string GetWindowText(Hwnd wnd, int maxChars = 255) = 0;
+    virtual std::string GetClassName(Hwnd wnd, int maxChars = 255) = 0;
+    virtual int GetControlId(Hwnd wnd) = 0;  // GWL_ID
+    // FindWindowExA: the next child of `parent` after `after` (0: the first) whose class and
+    // title equal the given ones (empty: any).
+    virtual Hwnd FindChild(Hwnd parent, Hwnd after, const std::string& className,
+                           const std::string& title) = 0;
+    // WM_GETTEXTLENGTH and WM_GETTEXT, which reach into controls of other programs.
+    virtual int GetTextLength(Hwnd wnd) = 0;
+    virtual std::string GetTextByMessage(Hwnd wnd, int maxChars) = 0;
+    // WM_MDIGETACTIVE sent to an MDIClient window.
+    virtual Hwnd GetMdiActiveChild(Hwnd mdiClient) = 0;
+    virtual bool IsWindow(Hwnd wnd) = 0;
+
+    // Focus and z-order.
+    virtual bool SetFocus(Hwnd wnd) = 0;
+    // SetWindowPos with HWND_TOPMOST (on) or HWND_NOTOPMOST (off) at the given position.
+    virtual bool SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int height) = 0;
+    // Brings the top-level window whose title begins with `titlePrefix` to the front.
+    virtual bool AppActivate(const std::string& titlePrefix) = 0;
+
+    // Keystrokes in SendKeys notation ("%a", "(^(+{END}))", "{TAB}", "{(}"), to the window that
+    // has the focus. `wait`: return when they have been processed.
+    virtual bool SendKeys(const std::string& keys, bool wait) = 0;
+
+    // The clipboard's text.
+    virtual bool ClearClipboard() = 0;
+    virtual std::optional<std::string> GetClipboardText() = 0;
+};
+
+}  // namespace pelmark::screen
