@@ -16,6 +16,7 @@
 #include "qb/qbxml.h"
 #include "qb/qbxmlResponse.h"
 #include "qb/transport.h"
+#include "qb/txn.h"
 
 namespace pelmark {
 struct App;
@@ -111,6 +112,9 @@ struct QbState {
     std::string lastTxnID, lastEditSequence;
     View invoiceRet, estimateRet, salesOrderRet, salesReceiptRet;
     std::string storedErrorText;
+
+    // The queried transactions, their line table and the modify requests being built.
+    TxnState txn;
 
     std::vector<DataExtDef> dataExtDefs;
 
