@@ -218,9 +218,20 @@ class Checker {
                 return false;
             }
         }
-        if (!Elements(e).empty()) {
-            Fail(e, "<QBSimSettings> holds attributes only");
-            return false;
+        for (pugi::xml_node record : Elements(e)) {
+            if (std::string_view(record.name()) != "TxnDisplay") {
+                Fail(record, "<QBSimSettings> holds <TxnDisplay> records only, not <" +
+                                 std::string(record.name()) + ">");
+                return false;
+            }
+            std::int64_t seconds;
+            if (!IsDigits(record.attribute("sequence").value()) ||
+                std::string_view(record.attribute("txnType").value()).empty() ||
+                std::string_view(record.attribute("txnID").value()).empty() ||
+                !ParseDateTime(record.attribute("time").value(), &seconds)) {
+                Fail(record, "<TxnDisplay> needs sequence (a number), txnType, txnID and time");
+                return false;
+            }
         }
         return true;
     }
@@ -295,13 +306,15 @@ class Checker {
             }
             return true;
         };
+        // pugixml's named iteration keeps the name's pointer, so the name must outlive the loop.
+        const std::string lineName = kind + "LineRet", groupName = kind + "LineGroupRet";
         for (pugi::xml_node line : Elements(e)) {
             std::string_view n = line.name();
-            if (n == kind + "LineRet") {
+            if (n == lineName) {
                 if (!checkLine(line)) return false;
-            } else if (n == kind + "LineGroupRet") {
+            } else if (n == groupName) {
                 if (!checkLine(line)) return false;
-                for (pugi::xml_node inner : line.children((kind + "LineRet").c_str())) {
+                for (pugi::xml_node inner : line.children(lineName.c_str())) {
                     if (!checkLine(inner)) return false;
                 }
             }
@@ -638,6 +651,32 @@ void Company::Touch(pugi::xml_node object) {
     if (IsDigits(old) && old.size() < 19) next = std::max<std::int64_t>(next, std::stoll(old) + 1);
     SetChildText(object, "EditSequence", std::to_string(next),
                  {"ListID", "TxnID", "TimeCreated", "TimeModified"});
+    modified_ = true;
+}
+
+std::vector<DisplayRequest> Company::DisplayRequests() const {
+    std::vector<DisplayRequest> out;
+    for (pugi::xml_node r : Settings().children("TxnDisplay")) {
+        out.push_back({r.attribute("sequence").as_int(), r.attribute("txnType").value(),
+                       r.attribute("txnID").value(), r.attribute("time").value()});
+    }
+    return out;
+}
+
+void Company::RecordDisplay(std::string_view txnType, std::string_view txnID) {
+    pugi::xml_node settings = MakeSettings();
+    long sequence = 1;
+    std::size_t count = 0;
+    for (pugi::xml_node r : settings.children("TxnDisplay")) {
+        sequence = std::max(sequence, r.attribute("sequence").as_int() + 1L);
+        ++count;
+    }
+    for (; count >= kDisplayHistory; --count) settings.remove_child("TxnDisplay");
+    pugi::xml_node r = settings.append_child("TxnDisplay");
+    r.append_attribute("sequence").set_value(sequence);
+    r.append_attribute("txnType").set_value(std::string(txnType).c_str());
+    r.append_attribute("txnID").set_value(std::string(txnID).c_str());
+    r.append_attribute("time").set_value(Now().c_str());
     modified_ = true;
 }
 

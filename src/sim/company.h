@@ -2,6 +2,7 @@
 // QuickBooks returns for them, plus the stand-in's own switches, loaded and saved as XML.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <pugixml.hpp>
@@ -14,7 +15,10 @@ namespace pelmark::sim {
 // The company file looks like this (any element may be pasted from a real QuickBooks response):
 //
 //   <QBSimCompany>
-//     <QBSimSettings restrictedUser="false" nextID="80000100" clock="2024-05-01T09:30:00-05:00"/>
+//     <QBSimSettings restrictedUser="false" nextID="80000100" clock="2024-05-01T09:30:00-05:00">
+//       <TxnDisplay sequence="7" txnType="Invoice" txnID="1F4-1711980000"
+//                   time="2024-05-01T09:30:00-05:00"/>   (none or more; see below)
+//     </QBSimSettings>
 //     <HostRet>...</HostRet>                 exactly one
 //     <CompanyRet>...</CompanyRet>           exactly one
 //     <DataExtDefRet>...</DataExtDefRet>     custom field and private data definitions
@@ -28,6 +32,12 @@ namespace pelmark::sim {
 //                   limits what they return.
 //   nextID          hexadecimal counter for the first part of new IDs ("80000100").
 //   clock           a fixed time for TimeModified and EditSequence, so runs are repeatable.
+//
+// TxnDisplay (inside QBSimSettings): a transaction a TxnDisplayModRq asked QuickBooks to show,
+// which the simulated desktop opens in a transaction window. sequence counts the requests from 1
+// (a window that has shown number N waits for a higher one); txnType is the request's
+// TxnDisplayModType ("Invoice", "Estimate", "SalesOrder", "SalesReceipt"); time is when it was
+// asked. The last kDisplayHistory requests are kept, oldest first.
 inline constexpr const char* kRootName = "QBSimCompany";
 inline constexpr const char* kSettingsName = "QBSimSettings";
 
@@ -39,6 +49,14 @@ inline constexpr std::string_view kItemRets[] = {
 // The sales transactions the sort works on ("Invoice" -> InvoiceRet, InvoiceLineRet, ...).
 inline constexpr std::string_view kTxnKinds[] = {"Invoice", "Estimate", "SalesOrder",
                                                  "SalesReceipt"};
+
+inline constexpr std::size_t kDisplayHistory = 16;
+
+// One TxnDisplay record.
+struct DisplayRequest {
+    long sequence = 0;
+    std::string txnType, txnID, time;
+};
 
 enum class LoadStatus {
     Ok,
@@ -119,6 +137,10 @@ class Company {
     std::int64_t NowSeconds() const;
     // Marks an object as changed the way QuickBooks does: new TimeModified and EditSequence.
     void Touch(pugi::xml_node object);
+
+    // The TxnDisplay records, oldest first; RecordDisplay adds one with the next sequence number.
+    std::vector<DisplayRequest> DisplayRequests() const;
+    void RecordDisplay(std::string_view txnType, std::string_view txnID);
 
     // Whether anything changed since the last load or ClearModified.
     bool Modified() const { return modified_; }

@@ -12,24 +12,13 @@
 #include <vector>
 
 #include "qb/qbxml.h"
+#include "sim/answer.h"
 
 namespace pelmark::sim {
 
-namespace {
+namespace detail {
 
 // ---- Statuses, as QuickBooks words them -------------------------------------------------
-
-struct Status {
-    int code = 0;
-    std::string message;
-    std::optional<int> retCount;  // the metaData count, when asked for
-};
-
-const char* SeverityOf(int code) {
-    if (code < 500) return "Info";
-    if (code < 1000) return "Warn";
-    return "Error";
-}
 
 Status StatusOk() {
     return {0, "Status OK", {}};
@@ -45,6 +34,125 @@ Status PartlyFound(const std::string& missing) {
                 missing + "\") that could not be found in QuickBooks.",
             {}};
 }
+Status ObjectNotFound(const std::string& id) {
+    return {3120, "Object \"" + id + "\" specified in the request cannot be found.", {}};
+}
+Status InvalidObjectID(const std::string& id, const std::string& field) {
+    return {
+        3000, "The given object ID \"" + id + "\" in the field \"" + field + "\" is invalid.", {}};
+}
+
+// ---- Helpers shared by the answers ------------------------------------------------------
+
+std::vector<pugi::xml_node> Elements(pugi::xml_node parent) {
+    std::vector<pugi::xml_node> out;
+    for (pugi::xml_node c : parent.children()) {
+        if (c.type() == pugi::node_element) out.push_back(c);
+    }
+    return out;
+}
+
+std::vector<std::string> Texts(pugi::xml_node parent, const char* name) {
+    std::vector<std::string> out;
+    for (pugi::xml_node c : parent.children(name)) out.emplace_back(c.text().get());
+    return out;
+}
+
+std::string Upper(std::string s) {
+    for (char& c : s) {
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    }
+    return s;
+}
+
+void RemoveComments(pugi::xml_node node) {
+    for (pugi::xml_node c = node.first_child(); c;) {
+        pugi::xml_node next = c.next_sibling();
+        if (c.type() == pugi::node_comment) {
+            node.remove_child(c);
+        } else if (c.type() == pugi::node_element) {
+            RemoveComments(c);
+        }
+        c = next;
+    }
+}
+
+// qbsim compares modified dates as the local times they are written in, offsets aside; a date
+// alone stands for the start of the day (From) or its end (To).
+std::string ComparableTime(std::string value, bool endOfDay) {
+    if (value.size() == 10) value += endOfDay ? "T23:59:59" : "T00:00:00";
+    return value.substr(0, 19);
+}
+
+bool CriterionMatches(pugi::xml_node filter, const char* textElement, const std::string& have) {
+    const std::string text = Upper(have), want = Upper(ChildText(filter, textElement));
+    std::string_view how = filter.child("MatchCriterion").text().get();
+    if (how == "StartsWith") return text.rfind(want, 0) == 0;
+    if (how == "Contains") return text.find(want) != std::string::npos;
+    return text.size() >= want.size() &&
+           text.compare(text.size() - want.size(), want.size(), want) == 0;
+}
+
+bool Wanted(const std::vector<std::string>& owners, std::string_view owner) {
+    return std::any_of(owners.begin(), owners.end(),
+                       [&](const std::string& o) { return SameOwner(o, owner); });
+}
+
+void Trim(pugi::xml_node ret, const std::vector<std::string>& owners, bool limited,
+          const std::vector<std::string>& include) {
+    RemoveComments(ret);
+    for (pugi::xml_node c : Elements(ret)) {
+        std::string_view name = c.name();
+        bool keep = true;
+        if (name == "DataExtRet") {
+            std::string owner = ChildText(c, "OwnerID");
+            keep = Wanted(owners, owner.empty() ? "0" : owner);
+        }
+        // IncludeRetElement names elements exactly as the reference spells them; a name that is
+        // no element (such as the object layer's "DataExtRetList") selects nothing.
+        if (keep && limited)
+            keep = std::find(include.begin(), include.end(), name) != include.end();
+        if (!keep) ret.remove_child(c);
+    }
+}
+
+Status AnswerObjects(const std::vector<pugi::xml_node>& objects, std::string_view metaData,
+                     const std::function<void(pugi::xml_node)>& shape, pugi::xml_node rs) {
+    Status status = objects.empty() ? NoMatch() : StatusOk();
+    if (metaData == "MetaDataOnly" || metaData == "MetaDataAndResponseData") {
+        status.retCount = static_cast<int>(objects.size());
+    }
+    if (metaData == "MetaDataOnly") return status;
+    for (pugi::xml_node o : objects) shape(rs.append_copy(o));
+    return status;
+}
+
+pugi::xml_node FindDefinition(const Company& company, const std::string& owner,
+                              const std::string& name) {
+    for (pugi::xml_node def : company.Objects("DataExtDefRet")) {
+        std::string defOwner = ChildText(def, "OwnerID");
+        if (SameOwner(defOwner.empty() ? "0" : defOwner, owner) &&
+            SameText(ChildText(def, "DataExtName"), name)) {
+            return def;
+        }
+    }
+    return {};
+}
+
+}  // namespace detail
+
+namespace {
+
+using namespace detail;
+
+// ---- Statuses only the processor gives ---------------------------------------------------
+
+const char* SeverityOf(int code) {
+    if (code < 500) return "Info";
+    if (code < 1000) return "Warn";
+    return "Error";
+}
+
 Status NotImplemented() {
     return {1030, "This request is not supported by this implementation.", {}};
 }
@@ -52,9 +160,6 @@ Status NotImplemented() {
 // answers with it.
 Status NameInUse(const std::string& name) {
     return {3100, "The name \"" + name + "\" of the list element is already in use.", {}};
-}
-Status ObjectNotFound(const std::string& id) {
-    return {3120, "Object \"" + id + "\" specified in the request cannot be found.", {}};
 }
 // A custom-field modify or delete where the object holds no value of that field. Only the
 // sentence "Attribute with specified name cannot be found." is known of QuickBooks' message (the
@@ -84,27 +189,6 @@ struct Refusal {
     std::string message;
 };
 
-std::vector<pugi::xml_node> Elements(pugi::xml_node parent) {
-    std::vector<pugi::xml_node> out;
-    for (pugi::xml_node c : parent.children()) {
-        if (c.type() == pugi::node_element) out.push_back(c);
-    }
-    return out;
-}
-
-std::vector<std::string> Texts(pugi::xml_node parent, const char* name) {
-    std::vector<std::string> out;
-    for (pugi::xml_node c : parent.children(name)) out.emplace_back(c.text().get());
-    return out;
-}
-
-std::string Upper(std::string s) {
-    for (char& c : s) {
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    }
-    return s;
-}
-
 int LineOf(std::string_view text, std::ptrdiff_t offset) {
     if (offset < 0) return 0;
     std::size_t end = std::min(static_cast<std::size_t>(offset), text.size());
@@ -132,18 +216,6 @@ std::string AsciiOnly(const std::string& utf8) {
         i += extra + 1;
     }
     return out;
-}
-
-void RemoveComments(pugi::xml_node node) {
-    for (pugi::xml_node c = node.first_child(); c;) {
-        pugi::xml_node next = c.next_sibling();
-        if (c.type() == pugi::node_comment) {
-            node.remove_child(c);
-        } else if (c.type() == pugi::node_element) {
-            RemoveComments(c);
-        }
-        c = next;
-    }
 }
 
 // ---- The message set: XML, envelope, version, and the qbXML reference --------------------
@@ -191,6 +263,15 @@ class ReferenceCheck {
     }
 
   private:
+    // A transaction's lines and line groups are one repeated choice ("0 or more InvoiceLineAdd OR
+    // InvoiceLineGroupAdd"), so they may stand in any order among themselves.
+    static bool Interleaved(std::string a, std::string b) {
+        for (std::string* s : {&a, &b}) {
+            if (auto at = s->find("LineGroup"); at != std::string::npos) s->erase(at + 4, 5);
+        }
+        return a == b && a.find("Line") != std::string::npos;
+    }
+
     [[noreturn]] void Refuse(pugi::xml_node at, const std::string& what) {
         int line = LineOf(text_, at.offset_debug());
         throw Refusal{(line > 0 ? "line " + std::to_string(line) + ": " : std::string()) + what};
@@ -216,7 +297,8 @@ class ReferenceCheck {
             const std::string name = child.name();
             auto at =
                 std::find(order.begin() + static_cast<std::ptrdiff_t>(position), order.end(), name);
-            if (at == order.end() && std::find(order.begin(), order.end(), name) != order.end()) {
+            if (at == order.end() && std::find(order.begin(), order.end(), name) != order.end() &&
+                !Interleaved(name, previous)) {
                 Refuse(child, "<" + name + "> must come before <" + previous + "> in <" +
                                   std::string(source.name()) + ">");
             }
@@ -245,7 +327,12 @@ class ReferenceCheck {
                 }
                 for (pugi::xml_attribute a : child.attributes())
                     n->SetAttribute(a.name(), a.value());
-                n->SetValue(std::string_view(child.text().get()));
+                std::string_view value = child.text().get();
+                // QuickBooks' parser takes an empty object ID and the request answers it with
+                // status 3000; the model refuses one, so a stand-in checks the structure.
+                if (value.empty() && (name == "TxnID" || name == "TxnLineID" || name == "ListID"))
+                    value = "0";
+                n->SetValue(value);
             } else {
                 Build(*n, child);
             }
@@ -336,11 +423,6 @@ void ParseMessageSet(const Company& company, std::string_view text, MessageSet& 
 
 // ---- Answers ----------------------------------------------------------------------------
 
-struct Context {
-    Company& company;
-    const MessageSet& set;
-};
-
 // What a query asks for, read from the filter elements the list queries share.
 struct ListQuery {
     std::vector<std::string> listIDs, fullNames;
@@ -373,26 +455,9 @@ ListQuery ReadQuery(pugi::xml_node rq) {
     return q;
 }
 
-// qbsim compares modified dates as the local times they are written in, offsets aside; a date
-// alone stands for the start of the day (From) or its end (To).
-std::string ComparableTime(std::string value, bool endOfDay) {
-    if (value.size() == 10) value += endOfDay ? "T23:59:59" : "T00:00:00";
-    return value.substr(0, 19);
-}
-
 bool NameMatches(const ListQuery& q, const std::string& fullName) {
     const std::string name = Upper(fullName);
-    if (q.nameFilter) {
-        std::string want = Upper(ChildText(q.nameFilter, "Name"));
-        std::string_view how = q.nameFilter.child("MatchCriterion").text().get();
-        if (how == "StartsWith" && name.rfind(want, 0) != 0) return false;
-        if (how == "Contains" && name.find(want) == std::string::npos) return false;
-        if (how == "EndsWith" &&
-            (name.size() < want.size() ||
-             name.compare(name.size() - want.size(), want.size(), want) != 0)) {
-            return false;
-        }
-    }
+    if (q.nameFilter && !CriterionMatches(q.nameFilter, "Name", fullName)) return false;
     if (q.nameRangeFilter) {
         std::string from = Upper(ChildText(q.nameRangeFilter, "FromName"));
         std::string to = Upper(ChildText(q.nameRangeFilter, "ToName"));
@@ -458,45 +523,20 @@ std::vector<pugi::xml_node> Select(const std::vector<pugi::xml_node>& candidates
     return out;
 }
 
-bool Wanted(const std::vector<std::string>& owners, std::string_view owner) {
-    return std::any_of(owners.begin(), owners.end(),
-                       [&](const std::string& o) { return SameOwner(o, owner); });
-}
-
-// Shapes a copy of a stored object as the query asked: custom fields only for the owners
-// named by OwnerID, and with IncludeRetElement only the top-level elements it names.
-void Trim(pugi::xml_node ret, const std::vector<std::string>& owners, bool limited,
-          const std::vector<std::string>& include) {
-    RemoveComments(ret);
-    for (pugi::xml_node c : Elements(ret)) {
-        std::string_view name = c.name();
-        bool keep = true;
-        if (name == "DataExtRet") {
-            std::string owner = ChildText(c, "OwnerID");
-            keep = Wanted(owners, owner.empty() ? "0" : owner);
-        }
-        // IncludeRetElement names elements exactly as the reference spells them; a name that is
-        // no element (such as the object layer's "DataExtRetList") selects nothing.
-        if (keep && limited)
-            keep = std::find(include.begin(), include.end(), name) != include.end();
-        if (!keep) ret.remove_child(c);
-    }
-}
-
+// A list query's answer: each object shaped as the query asked.
 Status AnswerObjects(const std::vector<pugi::xml_node>& objects, const ListQuery& q,
                      pugi::xml_node rs) {
-    Status status = objects.empty() ? NoMatch() : StatusOk();
-    if (q.metaData == "MetaDataOnly" || q.metaData == "MetaDataAndResponseData") {
-        status.retCount = static_cast<int>(objects.size());
-    }
-    if (q.metaData == "MetaDataOnly") return status;
-    for (pugi::xml_node o : objects) Trim(rs.append_copy(o), q.owners, q.limited, q.include);
-    return status;
+    return detail::AnswerObjects(
+        objects, q.metaData, [&](pugi::xml_node ret) { Trim(ret, q.owners, q.limited, q.include); },
+        rs);
 }
 
 Status AnswerListQuery(const std::vector<pugi::xml_node>& candidates, pugi::xml_node rq,
                        pugi::xml_node rs) {
     ListQuery q = ReadQuery(rq);
+    for (const std::string& id : q.listIDs) {
+        if (id.empty()) return InvalidObjectID(id, "list id");
+    }
     std::string missing;
     std::vector<pugi::xml_node> objects = Select(candidates, q, &missing);
     Status status = AnswerObjects(objects, q, rs);
@@ -510,7 +550,7 @@ Status AnswerListQuery(const std::vector<pugi::xml_node>& candidates, pugi::xml_
 
 Status HostQuery(Context& ctx, pugi::xml_node rq, pugi::xml_node rs) {
     pugi::xml_node host = rs.append_copy(ctx.company.Host());
-    std::pair version(ctx.set.major, ctx.set.minor);
+    std::pair version(ctx.major, ctx.minor);
     // Elements newer than the message set's version are not in its HostRet.
     if (version < std::pair(3, 0)) {
         for (const char* name : {"Country", "IsAutomaticLogin", "QBFileMode"}) {
@@ -642,18 +682,6 @@ bool Applies(pugi::xml_node def, const Target& t) {
     return false;
 }
 
-pugi::xml_node FindDefinition(const Company& company, const std::string& owner,
-                              const std::string& name) {
-    for (pugi::xml_node def : company.Objects("DataExtDefRet")) {
-        std::string defOwner = ChildText(def, "OwnerID");
-        if (SameOwner(defOwner.empty() ? "0" : defOwner, owner) &&
-            SameText(ChildText(def, "DataExtName"), name)) {
-            return def;
-        }
-    }
-    return {};
-}
-
 pugi::xml_node FindValue(pugi::xml_node holder, const std::string& owner, const std::string& name) {
     for (pugi::xml_node v : holder.children("DataExtRet")) {
         std::string o = ChildText(v, "OwnerID");
@@ -747,24 +775,26 @@ Status DataExt(Context& ctx, pugi::xml_node rq, pugi::xml_node rs, ExtOp op) {
     return StatusOk();
 }
 
-using Handler = std::function<Status(Context&, pugi::xml_node, pugi::xml_node)>;
-
 const std::map<std::string, Handler>& Handlers() {
-    static const std::map<std::string, Handler> handlers = {
-        {"HostQueryRq", HostQuery},
-        {"CompanyQueryRq", CompanyQuery},
-        {"DataExtDefQueryRq", DataExtDefQuery},
-        {"CustomerQueryRq", CustomerQuery},
-        {"ItemQueryRq", ItemQuery},
-        {"SalesTaxCodeQueryRq", SalesTaxCodeQuery},
-        {"TemplateQueryRq", TemplateQuery},
-        {"DataExtAddRq", [](Context& c, pugi::xml_node q,
-                            pugi::xml_node s) { return DataExt(c, q, s, ExtOp::Add); }},
-        {"DataExtModRq", [](Context& c, pugi::xml_node q,
-                            pugi::xml_node s) { return DataExt(c, q, s, ExtOp::Mod); }},
-        {"DataExtDelRq", [](Context& c, pugi::xml_node q,
-                            pugi::xml_node s) { return DataExt(c, q, s, ExtOp::Del); }},
-    };
+    static const std::map<std::string, Handler> handlers = [] {
+        std::map<std::string, Handler> all = {
+            {"HostQueryRq", HostQuery},
+            {"CompanyQueryRq", CompanyQuery},
+            {"DataExtDefQueryRq", DataExtDefQuery},
+            {"CustomerQueryRq", CustomerQuery},
+            {"ItemQueryRq", ItemQuery},
+            {"SalesTaxCodeQueryRq", SalesTaxCodeQuery},
+            {"TemplateQueryRq", TemplateQuery},
+            {"DataExtAddRq", [](Context& c, pugi::xml_node q,
+                                pugi::xml_node s) { return DataExt(c, q, s, ExtOp::Add); }},
+            {"DataExtModRq", [](Context& c, pugi::xml_node q,
+                                pugi::xml_node s) { return DataExt(c, q, s, ExtOp::Mod); }},
+            {"DataExtDelRq", [](Context& c, pugi::xml_node q,
+                                pugi::xml_node s) { return DataExt(c, q, s, ExtOp::Del); }},
+        };
+        for (auto& [name, handler] : TransactionHandlers()) all.emplace(name, std::move(handler));
+        return all;
+    }();
     return handlers;
 }
 
@@ -792,7 +822,7 @@ ProcessResult ProcessRequest(Company& company, std::string_view requestXml) {
     company.ClearModified();
     pugi::xml_document out;
     pugi::xml_node msgs = out.append_child("QBXML").append_child("QBXMLMsgsRs");
-    Context ctx{company, set};
+    Context ctx{company, set.major, set.minor};
     bool failed = false;
     for (pugi::xml_node rq : set.requests) {
         std::string name = rq.name();
