@@ -27,8 +27,8 @@ struct ProcessResult {
 };
 
 // Answers every request of the message set in order. Changes are made to `company` in memory
-// as each request is answered; QuickBooks has no rollback, so under stopOnError the requests
-// before a failed one stand.
+// as each request is answered; a request that fails changes nothing, but QuickBooks has no
+// rollback, so under stopOnError the requests before a failed one stand.
 ProcessResult ProcessRequest(Company& company, std::string_view requestXml);
 
 }  // namespace pelmark::sim

@@ -1,0 +1,196 @@
+// Window searches over the simulated desktop: order, short titles, the time guard, labels.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "app/context.h"
+#include "fakes/fakes.h"
+#include "screen/WindowsStuff.h"
+#include "sim/simDesktop.h"
+
+namespace pelmark::screen {
+namespace {
+
+using sim::SimDesktop;
+using test::TestApp;
+
+// Every pending-events point costs a second: a walk over many windows outlasts the guard.
+class SlowPump : public EventPump {
+  public:
+    explicit SlowPump(test::FakeClock& clock) : clock_(clock) {}
+    void DoEvents() override { clock_.Advance(1); }
+
+  private:
+    test::FakeClock& clock_;
+};
+
+sim::SimScenario WithoutQuickBooks() {
+    sim::SimScenario s;
+    s.qbRunning = false;
+    return s;
+}
+
+struct ScreenSearchTest : ::testing::Test {
+    ScreenSearchTest() {
+        t.app.sys.desktop = &sim;
+        t.app.frmMain.Find("txtDebugLevel")->text = "0";
+    }
+    Hwnd Top(const std::string& title, const std::string& cls = "Plain") {
+        return sim.AddTopLevelWindow(title, cls, false);
+    }
+    TestApp t;
+    SimDesktop sim{WithoutQuickBooks()};
+};
+
+TEST_F(ScreenSearchTest, FindWindowLikeSkipsOneCharacterTitlesAndListsChildrenFirst) {
+    Hwnd x = Top("X");
+    Hwnd xChild = sim.AddChildWindow(x, "Static", "Y");
+    Hwnd parent = Top("Parent A");
+    Hwnd child = sim.AddChildWindow(parent, "Static", "Child A");
+    Hwnd xy = Top("XY");
+
+    WindowMatches all = FindWindowLike(t.app, 0, "*", "*");
+    EXPECT_EQ(all.handles, (std::vector<Hwnd>{child, parent, xy}));
+    EXPECT_EQ(FindWindowLike(t.app, 0, "?", "*").count(), 0);
+    EXPECT_EQ(FindWindowLike(t.app, 0, "??", "*").handles, std::vector<Hwnd>{xy});
+    EXPECT_EQ(FindWindowLike(t.app, 0, "*A", "Static").titles, std::vector<std::string>{"Child A"});
+    (void)xChild;
+}
+
+TEST_F(ScreenSearchTest, FindWindowLikeWithChildIdTakesOnlyThatControl) {
+    Hwnd form = Top("Form");
+    sim.AddChildWindow(form, "Edit", "first", 7);
+    Hwnd second = sim.AddChildWindow(form, "Edit", "second", 8);
+    WindowMatches m = FindWindowLike(t.app, form, "*", "*", 8);
+    EXPECT_EQ(m.handles, std::vector<Hwnd>{second});
+    EXPECT_EQ(FindWindowLike(t.app, 0, "*", "*", 9).count(), 0);
+}
+
+TEST_F(ScreenSearchTest, Handle4TextTakesTheFirstMatchChildBeforeParent) {
+    Hwnd parent = Top("Match Parent");
+    Hwnd child = sim.AddChildWindow(parent, "Static", "Match Child");
+    Hwnd later = Top("Match Later");
+    Hwnd padded = Top("  Padded  ", "Edit");
+
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Match*", "*"), child);
+    EXPECT_EQ(t.app.screen.h4tMatches.titles, std::vector<std::string>{"Match Child"});
+    // Each search starts afresh: the handle found before does not answer the next one.
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Match L*", "*"), later);
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Padded", "Edit"), padded) << "text is trimmed";
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Padded", "Static"), 0u);
+}
+
+TEST_F(ScreenSearchTest, Handle4TextWithoutChildrenSearchesTheWindowsAfterStart) {
+    Hwnd a = Top("Window A");
+    Hwnd inA = sim.AddChildWindow(a, "Static", "Target 1");
+    Hwnd b = Top("Window B");
+    Hwnd inB = sim.AddChildWindow(b, "Static", "Target 2");
+    Top("Target 3");
+
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, a, "Target*", "*", true), inA);
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, a, "Target*", "*", false), inB);
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, b, "Window*", "*", false), 0u)
+        << "windows before the start are not searched";
+}
+
+TEST_F(ScreenSearchTest, Handle4TextGuardLogsLoopingPastTenSecondsAndGoesOn) {
+    SlowPump pump(t.clock);
+    t.app.sys.events = &pump;
+    for (int i = 0; i < 14; ++i) {
+        Hwnd w = Top("Window " + std::to_string(i));
+        sim.AddChildWindow(w, "Static", "Label " + std::to_string(i));
+    }
+    Hwnd target = Top("Target");
+
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Target", "*"), target);
+    auto lines = t.ErrLines();
+    int looping = 0, looping1 = 0;
+    for (const std::string& line : lines) {
+        looping += line == std::string("ERROR\t") + kLooping;
+        looping1 += line == std::string("ERROR\t") + kLooping1;
+    }
+    EXPECT_GT(looping, 0);
+    EXPECT_GT(looping1, 0) << "a level entered after the 10 seconds reports too";
+    EXPECT_EQ(t.app.common.errCounters[0], looping + looping1);
+
+    // Within the time, or with the guard off, nothing is written.
+    TestApp quiet;
+    quiet.app.sys.desktop = &sim;
+    EXPECT_EQ(GetWindowsHandle4Text(quiet.app, 0, "Target", "*"), target);
+    TestApp off;
+    SlowPump offPump(off.clock);
+    off.app.sys.events = &offPump;
+    off.app.sys.desktop = &sim;
+    off.app.screen.noTimeout = true;
+    EXPECT_EQ(GetWindowsHandle4Text(off.app, 0, "Target", "*"), target);
+    for (TestApp* a : {&quiet, &off}) {
+        for (const std::string& line : a->ErrLines())
+            EXPECT_EQ(line.find("Looping"), std::string::npos) << line;
+    }
+}
+
+TEST(ScreenButtonLabelTest, TellsQuickBooksButtonsFromFieldTexts) {
+    ScreenState s;
+    struct Case {
+        const char* text;
+        bool label;
+    } cases[] = {
+        {"&Next", true},
+        {"Next", false},
+        {"Pre&vious", true},
+        {"S&ave && Close", true},
+        {"&Save && New", true},
+        {"To &be printed", true},
+        {"TO &BE ", true},
+        {"To &be", false},  // the label needs the blank after "BE"
+        {"TO &BEX", false},
+        {"To be e-mailed", true},
+        {"Revert", true},
+        {"OKAY", true},  // a text that begins with a label counts as one
+        {"Customize Data Layout", true},
+        {"Kristy Abercrombie", false},
+        {"", false},  // the empty slots of the table match nothing
+    };
+    for (const Case& c : cases) EXPECT_EQ(IsButtonLabel(s, c.text), c.label) << c.text;
+    EXPECT_EQ(s.buttonLabels[13], "TO &BE ");
+    EXPECT_EQ(s.buttonLabels[21], "ESTIMATE ACTIVE");
+    EXPECT_TRUE(s.buttonLabels[22].empty() && s.buttonLabels[23].empty());
+}
+
+struct ScreenQuickBooksSearchTest : ::testing::Test {
+    ScreenQuickBooksSearchTest() {
+        sim::SimScenario sc;
+        sc.windows.push_back(sim::MakeTrnsWindow(
+            TrnsKind::Invoice,
+            {"Kristy Abercrombie", "", "Intuit Product Invoice", "12/15/2024", "1001"}));
+        desktop = std::make_unique<SimDesktop>(sc);
+        t.app.sys.desktop = desktop.get();
+        invoice = desktop->TrnsWindow(TrnsKind::Invoice);
+    }
+    TestApp t;
+    std::unique_ptr<SimDesktop> desktop;
+    Hwnd invoice = 0;
+};
+
+TEST_F(ScreenQuickBooksSearchTest, ChildTextsOfTheNamedWindowKeepTheFieldsNotTheButtons) {
+    t.app.screen.childTextTitle = "Create Invoices";
+    FindWindowLike(t.app, 0, "Create Invoices*", "*");
+    EXPECT_EQ(
+        ChildFieldTexts(t.app.screen),
+        (std::vector<std::string>{"Kristy Abercrombie", "Intuit Product Invoice", "12/15/2024",
+                                  "1001", "Kristy Abercrombie", "Kristy Abercrombie", "Net 30"}));
+    // At most 11 are kept.
+    t.app.screen.childTexts.assign(15, "field");
+    EXPECT_EQ(ChildFieldTexts(t.app.screen).size(), 11u);
+}
+
+TEST_F(ScreenQuickBooksSearchTest, GetControlTextReadsTheControlAndFocusesIt) {
+    ControlText found = GetControlText(t.app, "Create Invoices*", "MauiForm", 1004);
+    EXPECT_EQ(found.text, "1001");
+    EXPECT_EQ(desktop->FocusedField(invoice), 4);
+    EXPECT_EQ(GetControlText(t.app, "Create Invoices*", "MauiForm", 77).reports.back(),
+              "Did not find child ID=77");
+}
+
+}  // namespace
+}  // namespace pelmark::screen
