@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -16,7 +17,7 @@ using Hwnd = std::uintptr_t;
 enum WindowRel : int { kGwHwndNext = 2, kGwChild = 5 };
 
 class Desktop {
-public:
+  public:
     virtual ~Desktop() = default;
 
     // The window tree.
@@ -53,5 +54,10 @@ public:
     virtual bool ClearClipboard() = 0;
     virtual std::optional<std::string> GetClipboardText() = 0;
 };
+
+#ifdef _WIN32
+// The real desktop: Win32 window calls, SendInput keystrokes and the system clipboard.
+std::unique_ptr<Desktop> MakeWin32Desktop();
+#endif
 
 }  // namespace pelmark::screen

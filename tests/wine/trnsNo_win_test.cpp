@@ -1,0 +1,111 @@
+// Identifying the open transaction end to end: GetTrnsNo on the Win32 desktop against a
+// running fake QuickBooks, by real keystrokes and clipboard, and by window messages.
+#include <gtest/gtest.h>
+#include <windows.h>
+// <windows.h> maps GetWindowText and GetClassName to their A forms; the seam's methods keep
+// their own names.
+#undef GetWindowText
+#undef GetClassName
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/context.h"
+#include "fakes/fakes.h"
+#include "screen/WindowsStuff.h"
+#include "screen/desktop.h"
+#include "wine/fakeqb_win.h"
+
+namespace pelmark::screen {
+namespace {
+
+using test::FakeQbProgram;
+
+const char* const kCompany = "HOLY GHOST ASSOC. INC.";
+const char* const kInvoice =
+    "invoice;customer=Abercrombie, Kristy:Family Room;class=Remodel;"
+    "template=Intuit Product Invoice;date=12/15/2014;number=1098";
+
+struct WinTrnsNoTest : ::testing::Test {
+    WinTrnsNoTest() {
+        t.app.sys.desktop = desktop.get();
+        for (const char* name : {"Intuit Product Invoice", "Custom Estimate", "Custom S.O.",
+                                 "Custom Sales Receipt", "Custom Purchase Order"})
+            t.app.qb.templates.push_back({name, "", "", true});
+    }
+    std::vector<std::string> Prompts() const {
+        std::vector<std::string> r;
+        for (const auto& p : t.prompter.shown) r.push_back(p.text);
+        return r;
+    }
+
+    std::unique_ptr<Desktop> desktop = MakeWin32Desktop();
+    test::TestApp t;
+};
+
+TEST_F(WinTrnsNoTest, ReadsTheOpenInvoiceByKeystrokesAndTheClipboard) {
+    FakeQbProgram qb({"--company", kCompany, "--version", "pro2014", "--window", kInvoice});
+    ASSERT_NE(qb.main(), nullptr);
+    EXPECT_EQ(GetTrnsNo(t.app), "1098");
+    const ScreenState& s = t.app.screen;
+    EXPECT_EQ(s.customerName, "Abercrombie, Kristy:Family Room");
+    EXPECT_EQ(s.trnsDate, "12/15/2014");
+    EXPECT_EQ(s.templateName, "Intuit Product Invoice");
+    EXPECT_EQ(s.qbYear, "2014");
+    EXPECT_EQ(s.qbAppTitle, kCompany);
+    EXPECT_EQ(s.chosenKind, TrnsKind::Invoice);
+    EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
+}
+
+TEST_F(WinTrnsNoTest, ReadsTheHeaderByMessagesWithoutTouchingTheClipboard) {
+    // The keys go to the active window, the one opened last.
+    FakeQbProgram qb({"--company", kCompany, "--version", "enterprise18", "--window",
+                      "purchaseorder;customer=Perry Windows;number=6235", "--window",
+                      "salesreceipt;customer=Cash Customer;template=Custom Sales Receipt;"
+                      "date=09/10/2018;number=3003"});
+    ASSERT_NE(qb.main(), nullptr);
+    t.app.screen.messageMode = true;
+    ASSERT_TRUE(desktop->ClearClipboard());
+    // An open purchase order beside one sales receipt does not count as a second kind.
+    EXPECT_EQ(GetTrnsNo(t.app), "3003");
+    EXPECT_EQ(t.app.screen.customerName, "Cash Customer");
+    EXPECT_EQ(t.app.screen.trnsDate, "09/10/2018");
+    EXPECT_EQ(t.app.screen.qbYear, "2018");
+    EXPECT_EQ(t.app.screen.chosenKind, TrnsKind::SalesReceipt);
+    EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
+    // No copy keystroke went out in message mode.
+    EXPECT_EQ(desktop->GetClipboardText(), "");
+}
+
+TEST_F(WinTrnsNoTest, OldVersionWithTheDateTwoFieldsAfterTheTemplate) {
+    FakeQbProgram qb({"--company", "Rock Castle", "--version", "old", "--window",
+                      "estimate;customer=Baker's Professional;template=Custom Estimate;"
+                      "extra=UPS;date=11/02/1998;number=612"});
+    ASSERT_NE(qb.main(), nullptr);
+    EXPECT_EQ(GetTrnsNo(t.app), "612");
+    EXPECT_EQ(t.app.screen.qbYear, "1999");
+    EXPECT_EQ(t.app.screen.custFieldKey, "c");
+    EXPECT_EQ(t.app.screen.customerName, "Baker's Professional");
+    EXPECT_EQ(t.app.screen.dateIndex, 4);
+    EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
+}
+
+TEST_F(WinTrnsNoTest, TwoKindsOpenOrAMaximizedWindowAreRefused) {
+    {
+        FakeQbProgram qb({"--company", kCompany, "--window", kInvoice, "--window",
+                          "salesorder;customer=Cook, Brian;template=Custom S.O.;"
+                          "date=12/20/2014;number=7"});
+        ASSERT_NE(qb.main(), nullptr);
+        EXPECT_EQ(GetTrnsNo(t.app), kTrnsSeveralKinds);
+        EXPECT_EQ(Prompts(), std::vector<std::string>{kMsgMultipleScreens});
+    }
+    t.prompter.shown.clear();
+    FakeQbProgram qb({"--company", kCompany, "--window", std::string(kInvoice) + ";maximized"});
+    ASSERT_NE(qb.main(), nullptr);
+    EXPECT_EQ(GetTrnsNo(t.app), kTrnsMaximized);
+    EXPECT_EQ(Prompts(), std::vector<std::string>{kMsgFullScreen});
+}
+
+}  // namespace
+}  // namespace pelmark::screen
