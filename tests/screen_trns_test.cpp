@@ -228,7 +228,7 @@ TEST_F(ScreenTrnsTest, MaximizedWindowNeedsTheFullScreenOption) {
     t.app.frmMain.Find("lstOptionsInternal")->selected[kOptFullScreenMode] = true;
     EXPECT_EQ(GetTrnsNo(t.app), "1001");
     EXPECT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_EQ(desktop->GetWindowText(desktop->MainWindow(), 255),
+    EXPECT_EQ(desktop->WindowText(desktop->MainWindow(), 255),
               "Rock Castle Construction - QuickBooks Pro Edition 2004 - "
               "[Create Invoices - Accounts Receivable]");
 }

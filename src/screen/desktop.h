@@ -24,9 +24,11 @@ class Desktop {
     virtual Hwnd GetDesktopWindow() = 0;
     virtual Hwnd GetWindow(Hwnd wnd, int relation) = 0;  // kGwChild, kGwHwndNext
     virtual Hwnd GetParent(Hwnd wnd) = 0;
-    // GetWindowTextA / GetClassNameA into a buffer of `maxChars` characters.
-    virtual std::string GetWindowText(Hwnd wnd, int maxChars = 255) = 0;
-    virtual std::string GetClassName(Hwnd wnd, int maxChars = 255) = 0;
+    // A window's title and class (GetWindowText / GetClassName) as UTF-8, cut to fit a buffer
+    // of `maxChars` bytes; lengths and buffers everywhere here count bytes of the UTF-8 text.
+    // (Named apart from the Win32 functions, which <windows.h> turns into macros.)
+    virtual std::string WindowText(Hwnd wnd, int maxChars = 255) = 0;
+    virtual std::string WindowClass(Hwnd wnd, int maxChars = 255) = 0;
     virtual int GetControlId(Hwnd wnd) = 0;  // GWL_ID
     // FindWindowExA: the next child of `parent` after `after` (0: the first) whose class and
     // title equal the given ones (empty: any).

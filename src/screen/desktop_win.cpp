@@ -1,9 +1,5 @@
 // The Win32 desktop: window calls, SendInput keystrokes and the system clipboard.
 #include <windows.h>
-// <windows.h> maps GetWindowText and GetClassName to their A forms; the seam's methods keep
-// their own names.
-#undef GetWindowText
-#undef GetClassName
 
 #include <optional>
 #include <string>
@@ -346,13 +342,13 @@ class Win32Desktop : public Desktop {
     Hwnd GetParent(Hwnd wnd) override { return W(::GetParent(H(wnd))); }
 
     // A UTF-16 buffer of maxChars units holds at least as much as maxChars bytes of UTF-8.
-    std::string GetWindowText(Hwnd wnd, int maxChars) override {
+    std::string WindowText(Hwnd wnd, int maxChars) override {
         if (maxChars <= 1) return {};
         std::wstring buf(static_cast<size_t>(maxChars), L'\0');
         int n = GetWindowTextW(H(wnd), buf.data(), maxChars);
         return FitBuffer(Utf8(buf.data(), n), maxChars);
     }
-    std::string GetClassName(Hwnd wnd, int maxChars) override {
+    std::string WindowClass(Hwnd wnd, int maxChars) override {
         if (maxChars <= 1) return {};
         std::wstring buf(static_cast<size_t>(maxChars), L'\0');
         int n = GetClassNameW(H(wnd), buf.data(), maxChars);

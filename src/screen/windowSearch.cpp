@@ -59,7 +59,7 @@ Hwnd Handle4TextWalk(App& app, Hwnd startWnd, std::string_view textPattern,
     while (wnd != 0) {
         app.sys.events->DoEvents();
         CheckLooping(app, kLooping);
-        std::string text = Trim(d.GetWindowText(wnd, kTextBuffer));
+        std::string text = Trim(d.WindowText(wnd, kTextBuffer));
 
         DebugLog(app, "Get Windows Handle 4 Text Recursing ", 9);
         Handle4TextWalk(app, wnd, textPattern, classPattern, true);
@@ -67,7 +67,7 @@ Hwnd Handle4TextWalk(App& app, Hwnd startWnd, std::string_view textPattern,
         // A child that matched wins over this window.
         if (s.h4tFound != 0) break;
 
-        std::string cls = d.GetClassName(wnd, kTextBuffer);
+        std::string cls = d.WindowClass(wnd, kTextBuffer);
         DebugLog(app, "Get Windows Handle 4 Text GetClassNameA Back ", 9);
         if (Like(cls, classPattern) && Like(text, textPattern)) {
             DebugLog(app, "Get Windows Handle 4 Text Found1 " + HexHwnd(wnd) + " " + text, 9);
@@ -108,8 +108,8 @@ void FindWindowLikeWalk(App& app, Hwnd startWnd, std::string_view titlePattern,
     while (child != 0) {
         app.sys.events->DoEvents();
         FindWindowLikeWalk(app, child, titlePattern, classPattern, childId, out);
-        std::string title = d.GetWindowText(child, kTextBuffer);
-        std::string cls = d.GetClassName(child, kTextBuffer);
+        std::string title = d.WindowText(child, kTextBuffer);
+        std::string cls = d.WindowClass(child, kTextBuffer);
         // A title shorter than two characters is never taken, whatever the pattern.
         bool match = title.size() >= 2 && Like(title, titlePattern) && Like(cls, classPattern);
         if (match && childId) match = d.GetParent(child) != 0 && d.GetControlId(child) == *childId;

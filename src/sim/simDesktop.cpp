@@ -271,11 +271,11 @@ Hwnd SimDesktop::GetParent(Hwnd wnd) {
     return it->second.parent;
 }
 
-std::string SimDesktop::GetWindowText(Hwnd wnd, int maxChars) {
+std::string SimDesktop::WindowText(Hwnd wnd, int maxChars) {
     return Cut(TextOf(wnd), maxChars);
 }
 
-std::string SimDesktop::GetClassName(Hwnd wnd, int maxChars) {
+std::string SimDesktop::WindowClass(Hwnd wnd, int maxChars) {
     auto it = nodes_.find(wnd);
     return it == nodes_.end() ? std::string() : Cut(it->second.className, maxChars);
 }

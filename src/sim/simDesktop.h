@@ -101,8 +101,8 @@ class SimDesktop : public screen::Desktop {
     Hwnd GetDesktopWindow() override { return desktop_; }
     Hwnd GetWindow(Hwnd wnd, int relation) override;
     Hwnd GetParent(Hwnd wnd) override;
-    std::string GetWindowText(Hwnd wnd, int maxChars = 255) override;
-    std::string GetClassName(Hwnd wnd, int maxChars = 255) override;
+    std::string WindowText(Hwnd wnd, int maxChars = 255) override;
+    std::string WindowClass(Hwnd wnd, int maxChars = 255) override;
     int GetControlId(Hwnd wnd) override;
     Hwnd FindChild(Hwnd parent, Hwnd after, const std::string& className,
                    const std::string& title) override;

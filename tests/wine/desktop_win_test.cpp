@@ -1,10 +1,6 @@
 // The Win32 desktop against a running fake QuickBooks: window tree, keystrokes, clipboard.
 #include <gtest/gtest.h>
 #include <windows.h>
-// <windows.h> maps GetWindowText and GetClassName to their A forms; the seam's methods keep
-// their own names.
-#undef GetWindowText
-#undef GetClassName
 
 #include <atomic>
 #include <cstring>
@@ -96,13 +92,13 @@ TEST_F(WinDesktopTest, FindsTheMainAndTransactionWindowsInTheWindowTree) {
     Hwnd found = 0;
     for (Hwnd w = desktop->GetWindow(desktop->GetDesktopWindow(), kGwChild); w;
          w = desktop->GetWindow(w, kGwHwndNext)) {
-        if (desktop->GetClassName(w) == "MauiFrame" && desktop->GetWindowText(w) == kTitle2014)
+        if (desktop->WindowClass(w) == "MauiFrame" && desktop->WindowText(w) == kTitle2014)
             found = w;
     }
     EXPECT_EQ(found, H(qb.main()));
     // A 255-character buffer holds 254 characters; a short one cuts the title.
-    EXPECT_EQ(desktop->GetWindowText(found, 11), "HOLY GHOST");
-    EXPECT_EQ(desktop->GetClassName(found, 5), "Maui");
+    EXPECT_EQ(desktop->WindowText(found, 11), "HOLY GHOST");
+    EXPECT_EQ(desktop->WindowClass(found, 5), "Maui");
 
     Hwnd client = desktop->FindChild(found, 0, "MDIClient", "");
     ASSERT_NE(client, 0u);
@@ -136,7 +132,7 @@ TEST_F(WinDesktopTest, OldVersionsTakeAltCForTheCustomerAndTextsKeepTheirAccents
                       "estimate;customer=Cr\u00e8me Br\u00fbl\u00e9e Co.;class=;"
                       "template=Custom Estimate;date=01/02/1999;number=E-17"});
     ASSERT_NE(qb.main(), nullptr);
-    EXPECT_EQ(desktop->GetWindowText(H(qb.main())), company + " - QuickBooks Pro");
+    EXPECT_EQ(desktop->WindowText(H(qb.main())), company + " - QuickBooks Pro");
     ASSERT_TRUE(desktop->AppActivate(company));
     ASSERT_TRUE(desktop->SendKeys("{TAB 2}", true));
     std::vector<std::string> header = ReadHeaderByKeys(company, "%c", 5);
@@ -151,7 +147,7 @@ TEST_F(WinDesktopTest, OldVersionsTakeAltCForTheCustomerAndTextsKeepTheirAccents
     EXPECT_EQ(len, static_cast<int>(customer.size()));
     EXPECT_EQ(desktop->GetTextByMessage(field, len + 1), customer);
     EXPECT_EQ(desktop->GetTextByMessage(field, 4), "Cr");
-    EXPECT_EQ(desktop->GetWindowText(H(qb.main()), 5), "Caf");
+    EXPECT_EQ(desktop->WindowText(H(qb.main()), 5), "Caf");
 }
 
 TEST_F(WinDesktopTest, ReadsTheHeaderByWindowMessages) {
@@ -160,7 +156,7 @@ TEST_F(WinDesktopTest, ReadsTheHeaderByWindowMessages) {
     Hwnd invoice = TransactionWindow(qb.main(), kInvoiceTitle);
     ASSERT_NE(invoice, 0u);
     // WM_GETTEXT reaches the current text of another program's Edit controls, which
-    // GetWindowText does not.
+    // WindowText does not.
     std::vector<std::string> header;
     for (size_t i = 0; i < kInvoiceHeader.size(); ++i) {
         Hwnd edit = HeaderField(invoice, static_cast<int>(i));
@@ -235,7 +231,7 @@ TEST_F(WinDesktopTest, TwoKindsOpenAndAMaximizedWindowShowInTheMainTitle) {
 
     FakeQbProgram full({"--company", kCompany, "--window", std::string(kInvoice) + ";maximized"});
     ASSERT_NE(full.main(), nullptr);
-    EXPECT_EQ(desktop->GetWindowText(H(full.main())),
+    EXPECT_EQ(desktop->WindowText(H(full.main())),
               std::string(kTitle2014) + " - [" + kInvoiceTitle + "]");
 }
 

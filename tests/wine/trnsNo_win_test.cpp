@@ -2,10 +2,6 @@
 // running fake QuickBooks, by real keystrokes and clipboard, and by window messages.
 #include <gtest/gtest.h>
 #include <windows.h>
-// <windows.h> maps GetWindowText and GetClassName to their A forms; the seam's methods keep
-// their own names.
-#undef GetWindowText
-#undef GetClassName
 
 #include <memory>
 #include <string>
