@@ -2,25 +2,10 @@
 #include <windows.h>
 
 #include "app/prompts.h"
+#include "app/wideText.h"
 
 namespace pelmark {
 namespace {
-
-// Texts are UTF-8 ("QuickBooks®", names from QuickBooks); text that is not valid UTF-8 came
-// from an ANSI source (a file, a window) and is read in the ANSI code page.
-std::wstring Wide(const std::string& s) {
-    if (s.empty()) return {};
-    UINT cp = CP_UTF8;
-    int n = MultiByteToWideChar(cp, MB_ERR_INVALID_CHARS, s.data(), static_cast<int>(s.size()),
-                                nullptr, 0);
-    if (n == 0) {
-        cp = CP_ACP;
-        n = MultiByteToWideChar(cp, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    }
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(cp, 0, s.data(), static_cast<int>(s.size()), w.data(), n);
-    return w;
-}
 
 class MessageBoxPrompter : public Prompter {
   public:
@@ -29,7 +14,7 @@ class MessageBoxPrompter : public Prompter {
         // Above QuickBooks, which the run has just brought to the front.
         if (topMost) flags |= MB_TOPMOST | MB_SETFOREGROUND;
         HWND owner = GetActiveWindow();
-        return MessageBoxW(owner, Wide(text).c_str(), Wide(title).c_str(), flags);
+        return MessageBoxW(owner, WideFromUtf8(text).c_str(), WideFromUtf8(title).c_str(), flags);
     }
 };
 

@@ -7,25 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "app/wideText.h"
 #include "qb/transport.h"
 
 namespace pelmark::qb {
 namespace {
 
 std::wstring Wide(const std::string& s) {
-    if (s.empty()) return {};
-    int n = MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), w.data(), n);
-    return w;
+    return WideFromUtf8(s);
 }
-
 std::string Utf8(const wchar_t* w, size_t len) {
-    if (!w || len == 0) return {};
-    int n = WideCharToMultiByte(CP_UTF8, 0, w, static_cast<int>(len), nullptr, 0, nullptr, nullptr);
-    std::string s(static_cast<size_t>(n), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w, static_cast<int>(len), s.data(), n, nullptr, nullptr);
-    return s;
+    return Utf8FromWide(w, len);
 }
 
 // A VARIANT argument that frees itself.

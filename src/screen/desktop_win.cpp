@@ -5,11 +5,21 @@
 #include <string>
 #include <vector>
 
+#include "app/wideText.h"
 #include "screen/desktop.h"
 #include "screen/sendKeys.h"
 
 namespace pelmark::screen {
 namespace {
+
+// Texts cross the seam as UTF-8, like every other text of the program; the W calls give them
+// whole, where the A calls would lose what the ANSI code page cannot hold.
+std::string Utf8(const wchar_t* w, int n) {
+    return n > 0 ? Utf8FromWide(w, static_cast<size_t>(n)) : std::string();
+}
+std::wstring Wide(const std::string& s) {
+    return WideFromUtf8(s);
+}
 
 HWND H(Hwnd wnd) {
     return reinterpret_cast<HWND>(wnd);
@@ -22,31 +32,6 @@ Hwnd W(HWND wnd) {
 constexpr UINT kMessageTimeoutMs = 2000;
 // How long a send with wait waits for QuickBooks to take its keys before going on.
 constexpr DWORD kKeysTimeoutMs = 2000;
-
-// Texts cross the seam as UTF-8, like every other text of the program; the W calls give them
-// whole, where the A calls would lose what the ANSI code page cannot hold.
-std::string Utf8(const wchar_t* w, int n) {
-    if (n <= 0) return {};
-    int bytes = WideCharToMultiByte(CP_UTF8, 0, w, n, nullptr, 0, nullptr, nullptr);
-    std::string s(static_cast<size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w, n, s.data(), bytes, nullptr, nullptr);
-    return s;
-}
-
-// Text that is not valid UTF-8 came from an ANSI source and is read in the ANSI code page.
-std::wstring Wide(const std::string& s) {
-    if (s.empty()) return {};
-    UINT cp = CP_UTF8;
-    int n = MultiByteToWideChar(cp, MB_ERR_INVALID_CHARS, s.data(), static_cast<int>(s.size()),
-                                nullptr, 0);
-    if (n == 0) {
-        cp = CP_ACP;
-        n = MultiByteToWideChar(cp, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    }
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(cp, 0, s.data(), static_cast<int>(s.size()), w.data(), n);
-    return w;
-}
 
 // What a buffer of `maxChars` characters holds: at most maxChars - 1 of them. A character of
 // the program is a byte of its UTF-8 text (as it was of the ANSI text); a cut never splits one
