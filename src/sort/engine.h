@@ -1,0 +1,158 @@
+// The pure ordering core of the line sort: sort keys, ordering, movable units, blank lines and
+// line weights, producing the plan that the write-back follows.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "app/items.h"
+#include "qb/txn.h"
+
+namespace pelmark {
+struct App;
+namespace ui {
+class Form;
+}
+}  // namespace pelmark
+
+namespace pelmark::sort {
+
+// Every key segment shorter than this is filled with spaces on the right to this width.
+inline constexpr std::size_t kSegmentWidth = 200;
+// "Item Full Name" and "Item Name" segments are cut to this many characters.
+inline constexpr std::size_t kItemNameWidth = 132;
+// Levels beyond this many do not take part.
+inline constexpr std::size_t kMaxSortLevels = 20;
+
+// One sort level of the main form: the chosen field, and its two check boxes.
+struct SortLevel {
+    std::string field;  // "" (skipped), "Amount", "Item Name", ..., or a custom field name
+    bool descending = false;
+    bool caseSensitive = false;
+};
+
+enum class BlankLines { None, Before, After };
+
+struct SortSettings {
+    std::vector<SortLevel> levels;
+    bool keepBlankItems = false;
+    BlankLines blankLines = BlankLines::None;
+    int blankCount = 0;               // blank lines per unit; below 1 adds none
+    std::string netWeightField;       // the item custom field holding an item's net weight
+    std::string netWeightTotalField;  // the line custom field receiving a line's weight; "" none
+};
+
+// The item of a full name (nullptr when unknown); the engine asks nothing else of the lists.
+using ItemLookup = std::function<const ItemRec*(const std::string& fullName)>;
+// Receives the engine's debug lines in the order they are written.
+using DebugSink = std::function<void(const std::string&)>;
+
+// ---- Keys (keys.cpp) -------------------------------------------------------------------------
+
+// The key of one top-level line: its level segments (each padded to kSegmentWidth) and its
+// incoming position among the top-level lines.
+struct SortKey {
+    std::vector<std::string> segments;  // one per level that took part, in level order
+    std::vector<bool> descending;       // per segment
+    std::size_t position = 0;
+    // The entry as the sorted list holds it: segments, Tab, "00000" position, Tab.
+    std::string Entry() const;
+};
+
+// The levels that take part: non-empty names in order, at most kMaxSortLevels.
+std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels);
+
+// The part of an item full name after its last ":" (the whole name when there is none).
+std::string ItemNameOf(const std::string& fullName);
+
+// Builds the keys of `lines` (the transaction's top-level lines, in incoming order; position i
+// is lines[i]). The tax code is carried forward from the line above when empty, and an
+// "Amount" level repeats the most recent text segment of the run. Writes "DBG, Line " and
+// "DBG, NExt Line" per line when `debug` is given.
+std::vector<SortKey> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
+                                   const SortSettings& settings, const DebugSink& debug = {});
+
+// The sorted list box's ordering, level by level: a case-insensitive comparison of each
+// segment (reversed on a descending level), then the incoming position. This stands in for the
+// platform's sorted list box, whose ordering is a case-insensitive text comparison; byte values
+// above ASCII compare as they are.
+bool KeyLess(const SortKey& a, const SortKey& b);
+// Case-insensitive three-way comparison of two texts (ASCII letters folded).
+int CompareNoCase(const std::string& a, const std::string& b);
+
+// The positions of `keys` in their new order (a stable sort by KeyLess).
+std::vector<std::size_t> SortOrder(const std::vector<SortKey>& keys);
+
+// ---- Plan (plan.cpp) ---------------------------------------------------------------------------
+
+// What moves as one unit and what stays:
+//  - a line group (group row, member lines, closing row) moves as one unit keyed by its group row;
+//  - a percentage discount moves with the line (or unit) directly above it;
+//  - a subtotal line stays where it is: lines are sorted only within each section between two
+//    subtotals; lines attached to a subtotal (a percentage discount after it) stay with it;
+//  - with keepBlankItems, blank ("B") and description-only ("DO") lines stay attached to the
+//    line above them; otherwise they sort by their keys like any other line.
+struct PlanStep {
+    enum class Kind { Row, Blank };
+    Kind kind = Kind::Row;
+    // Row: the line table index of a top-level row; a group row stands for its whole group
+    // (the write-back appends the group with its members).
+    std::size_t row = 0;
+    bool unitStart = false;  // Row: the first row of a unit
+};
+
+struct WeightEntry {
+    std::string txnID, txnLineID, field, value;
+    std::string Text() const;  // TxnID|line id|field|value
+};
+
+struct SortPlan {
+    std::vector<PlanStep> steps;
+    std::vector<WeightEntry> weights;
+    double weightTotal = 0;
+    std::vector<std::string> debugLines;  // the debug lines written, in order
+};
+
+// Classification of a top-level row for the unit rules.
+enum class RowRole { Ordinary, Group, Discount, Subtotal, BlankOrDesc };
+RowRole ClassifyRow(const qb::TxnLine& row, const ItemLookup& items);
+
+// The top-level rows of rows [first, first + count) of `table`: every row that is neither a
+// member of a group nor a group's closing row.
+std::vector<std::size_t> TopLevelRows(const std::vector<qb::TxnLine>& table, std::size_t first,
+                                      std::size_t count);
+
+// Orders the lines of one transaction (rows [first, first + count) of `table`) and returns the
+// plan: the top-level rows in their new order with the blank lines, and the line weights of
+// the kind. Debug lines go to `debug` as well as into the plan.
+SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first, std::size_t count,
+                       const SortSettings& settings, const ItemLookup& items, qb::TxnKind kind,
+                       const std::string& txnID, const DebugSink& debug = {});
+
+// ---- Weights (weights.cpp) -----------------------------------------------------------------
+
+// A number written with at most 2 decimals and no trailing zeros ("3.33", "5", "0").
+std::string FormatWeight(double value);
+// Reads the leading number of a text as Val does ("2.5kg" is 2.5, "" is 0).
+double LeadingNumber(const std::string& text);
+
+// "Fill AR With Line Weights": every line of the transaction (group members included) weighs
+// its item's netWeightField times its quantity, rounded to 2 decimals; recorded in plan.weights
+// when netWeightTotalField is set. Sales orders (and kinds without lines) are not weighed.
+void FillLineWeights(const std::vector<qb::TxnLine>& table, std::size_t first, std::size_t count,
+                     const SortSettings& settings, const ItemLookup& items, qb::TxnKind kind,
+                     const std::string& txnID, SortPlan& plan, const DebugSink& debug = {});
+
+// ---- Application glue (settings.cpp) ---------------------------------------------------------
+
+// Reads the sort settings from the main form model.
+SortSettings ReadSortSettings(const ui::Form& mainForm);
+
+// Plans the sort of queried transaction `txnIndex` of app.qb.txn with the items of the app and
+// its debug log.
+SortPlan PlanTransactionSort(App& app, const ui::Form& mainForm, qb::TxnKind kind,
+                             std::size_t txnIndex = 0);
+
+}  // namespace pelmark::sort

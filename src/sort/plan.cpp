@@ -1,0 +1,117 @@
+// Groups the top-level lines into units that move together, sorts them within the sections
+// between subtotals, and lays out the plan with its blank lines.
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+
+#include "sort/engine.h"
+
+namespace pelmark::sort {
+
+namespace {
+
+bool EqualsNoCase(const std::string& a, const std::string& b) {
+    return CompareNoCase(a, b) == 0;
+}
+
+// Lines that travel together; positions index the top-level lines.
+struct Unit {
+    std::vector<std::size_t> positions;
+    bool fixed = false;  // a subtotal and what is attached to it: never moves
+};
+
+}  // namespace
+
+RowRole ClassifyRow(const qb::TxnLine& row, const ItemLookup& items) {
+    if (row.IsGroup()) return RowRole::Group;
+    if (row.lineType == qb::kLineBlank || row.lineType == qb::kLineDescOnly)
+        return RowRole::BlankOrDesc;
+    const ItemRec* item = items && !row.itemFullName.empty() ? items(row.itemFullName) : nullptr;
+    if (item && item->kind == kItemSubtotal) return RowRole::Subtotal;
+    // Without the item in the lists, a subtotal is known by QuickBooks' usual item name.
+    if (!item && EqualsNoCase(ItemNameOf(row.itemFullName), "Subtotal")) return RowRole::Subtotal;
+    if (!row.ratePercent.empty()) return RowRole::Discount;
+    if (item && item->kind == kItemDiscount && !item->price.empty() && item->price.back() == '%')
+        return RowRole::Discount;
+    return RowRole::Ordinary;
+}
+
+std::vector<std::size_t> TopLevelRows(const std::vector<qb::TxnLine>& table, std::size_t first,
+                                      std::size_t count) {
+    std::vector<std::size_t> rows;
+    const std::size_t end = std::min(table.size(), first + count);
+    for (std::size_t i = first; i < end; ++i)
+        if (table[i].group == qb::kNoGroup && !table[i].IsGroupEnd()) rows.push_back(i);
+    return rows;
+}
+
+SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first, std::size_t count,
+                       const SortSettings& settings, const ItemLookup& items, qb::TxnKind kind,
+                       const std::string& txnID, const DebugSink& debug) {
+    SortPlan plan;
+    const DebugSink log = [&](const std::string& text) {
+        plan.debugLines.push_back(text);
+        if (debug) debug(text);
+    };
+
+    const std::vector<std::size_t> top = TopLevelRows(table, first, count);
+    log("Do back Ground Taxes Etc - LineCollection count " + std::to_string(top.size()));
+    std::vector<const qb::TxnLine*> lines;
+    lines.reserve(top.size());
+    for (std::size_t row : top) lines.push_back(&table[row]);
+    const std::vector<SortKey> keys = BuildSortKeys(lines, settings, log);
+
+    // Units in incoming order. A discount (and, with keepBlankItems, a blank or description
+    // line) joins the unit above it; a subtotal starts a fixed unit that bounds the sections.
+    std::vector<Unit> units;
+    for (std::size_t p = 0; p < top.size(); ++p) {
+        const RowRole role = ClassifyRow(*lines[p], items);
+        const bool attaches =
+            role == RowRole::Discount || (role == RowRole::BlankOrDesc && settings.keepBlankItems);
+        if (attaches && !units.empty()) {
+            units.back().positions.push_back(p);
+            continue;
+        }
+        units.push_back({{p}, role == RowRole::Subtotal});
+    }
+
+    log("Do Back Ground Sort count=" + std::to_string(keys.size()));
+    // Each run of movable units between fixed ones is sorted by the key of its first line.
+    std::vector<std::size_t> order;
+    order.reserve(units.size());
+    for (std::size_t u = 0; u < units.size();) {
+        if (units[u].fixed) {
+            order.push_back(u++);
+            continue;
+        }
+        const std::size_t sectionStart = order.size();
+        while (u < units.size() && !units[u].fixed) order.push_back(u++);
+        std::stable_sort(order.begin() + static_cast<std::ptrdiff_t>(sectionStart), order.end(),
+                         [&](std::size_t a, std::size_t b) {
+                             return KeyLess(keys[units[a].positions.front()],
+                                            keys[units[b].positions.front()]);
+                         });
+    }
+
+    const int blanks =
+        settings.blankLines == BlankLines::None ? 0 : std::max(0, settings.blankCount);
+    auto addBlanks = [&](BlankLines where) {
+        if (settings.blankLines != where) return;
+        for (int i = 0; i < blanks; ++i) plan.steps.push_back({PlanStep::Kind::Blank, 0, false});
+    };
+    for (std::size_t u : order) {
+        addBlanks(BlankLines::Before);
+        bool startOfUnit = true;
+        for (std::size_t p : units[u].positions) {
+            plan.steps.push_back({PlanStep::Kind::Row, top[p], startOfUnit});
+            startOfUnit = false;
+        }
+        addBlanks(BlankLines::After);
+    }
+    log("Do Back Groupd End of Sort");
+
+    FillLineWeights(table, first, count, settings, items, kind, txnID, plan, debug);
+    return plan;
+}
+
+}  // namespace pelmark::sort
