@@ -9,6 +9,7 @@
 #include "app/folders.h"
 #include "app/items.h"
 #include "app/logs.h"
+#include "app/run.h"
 #include "app/seams.h"
 #include "app/settings.h"
 #include "qb/qbCommon.h"
@@ -37,6 +38,8 @@ struct App {
     ui::Form frmMain;
     qb::QbState qb;
     screen::ScreenState screen;
+    RunState run;
+    StatusHook statusHook;  // the window or the command line showing the status texts
     // Close steps registered by the modules that hold something open (the QuickBooks session);
     // CloseAll runs them in reverse order.
     std::vector<std::function<void()>> closeSteps;

@@ -1,7 +1,9 @@
-// Start-up of the program and (later) the sort run: the application core's spine.
+// Start-up of the program and the sort run: the application core's spine.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "app/folders.h"
 
@@ -12,5 +14,49 @@ struct App;
 // Start-up before the main form shows: version, folders, settings file name, item list, and
 // the first debug line. The caller then shows the main form (or runs the command line).
 void Main(App& app, const HouseKeeperOptions& options);
+
+// The run-wide state of the Go command.
+struct RunState {
+    bool stopRequested = false;
+    bool running = false;
+    int runCounter = 0;
+    int saveRounds = 0;
+    int openCount = 0;
+    std::string trnsNo;
+    long trnsNoValue = 0;
+    std::string customer;
+    std::string lastError;
+    std::string status;  // the status label's text
+    // Requests sent to QuickBooks during the current run (each request set is one round trip).
+    int roundTrips = 0;
+    // What the check after the modify found wrong; empty when the transaction came back whole.
+    std::vector<std::string> checkProblems;
+    bool succeeded = false;  // the last run went through to the display request
+};
+
+// Receives every status text as it is shown: the main window repaints its label and message
+// list, the command line prints it.
+using StatusHook = std::function<void(const std::string&)>;
+
+// Shows `text` in the status label, adds it to the message list (lstMsgs) and passes it on to
+// App::statusHook.
+void ShowStatus(App& app, const std::string& text);
+
+// The main form's load, after Main: "HouseKeeping" ... "Load Complete Exiting ". Reads the
+// settings into frmMain, opens QuickBooks with its lists, and fills the sort-field and custom
+// field lists. False when a stage failed (reported and logged as "Load err=").
+bool LoadMainForm(App& app);
+
+// The Go command: one sort run. True when the run went through to the display request.
+bool CmdGo(App& app);
+// The Stop command: the next Go ends at its stop test with "Stopped (1)".
+void CmdStop(App& app);
+// The End command: asks "Are you sure you want to exit?"; on Yes the program ends (throws
+// ProgramEnd after closing the QuickBooks session).
+void CmdEnd(App& app);
+
+// The stages of the run, for the window and tests that drive them one by one.
+bool PreProcess(App& app);
+bool DoBackGround(App& app, const std::string& customer, const std::string& trnsNo);
 
 }  // namespace pelmark
