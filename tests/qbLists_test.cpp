@@ -163,7 +163,7 @@ TEST_F(QbListsTest, PermissionTroubleIsRetriedOnceWithTheLimitedElementList) {
         t.prompter.shown.clear();
         sentBefore = t.transport().requests.size();
         std::vector<std::string> progress;
-        t.app.qb.showStatus = [&](const std::string& s) { progress.push_back(s); };
+        t.app.statusHook = [&](const std::string& s) { progress.push_back(s); };
         t.company().Script(c.rq, Rs(c.rs, 3260, "Error", kNoPermission));
         t.company().Script(c.rq, OkRs(c.rs,
                                       "<ItemServiceRet><Name>Labor</Name><FullName>Labor"

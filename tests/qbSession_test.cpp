@@ -225,7 +225,7 @@ TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
                                 "<ItemServiceRet><ListID>I-1</ListID><Name>Labor</Name>"
                                 "<FullName>Labor</FullName></ItemServiceRet>"));
         std::vector<std::string> progress;
-        t.app.qb.showStatus = [&](const std::string& s) { progress.push_back(s); };
+        t.app.statusHook = [&](const std::string& s) { progress.push_back(s); };
         ASSERT_TRUE(QBInit(t.app)) << c.name;
 
         const std::string qbName = kQuickBooks;

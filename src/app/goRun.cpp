@@ -12,6 +12,7 @@ void ShowStatus(App& app, const std::string& text) {
         list->list.push_back(text);
         list->selected.push_back(false);
     }
+    DebugLog(app, text, 3);
     if (app.statusHook) app.statusHook(text);
 }
 

@@ -126,7 +126,6 @@ struct QbState {
 
     // Where progress texts ("Getting Items from QuickBooks®") go: the main form's status label
     // when the form sets it; the debug log otherwise.
-    std::function<void(const std::string&)> showStatus;
 };
 
 // "True" / "False", as the traces write flags.
@@ -157,8 +156,6 @@ std::pair<std::string, std::string> ChooseRequestVersion(const std::string& high
 std::string ApplicationName();
 // A request set of the session; nullptr before QBOpen made them.
 MsgSetRequest* RequestSet(App& app, RequestSetId id = kRsDefault);
-// A progress text: to QbState::showStatus when set, else to the debug log.
-void ShowStatus(App& app, const std::string& text);
 
 // ---- Requests (request.cpp) -----------------------------------------------------------
 

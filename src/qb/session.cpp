@@ -221,14 +221,6 @@ std::pair<std::string, std::string> ChooseRequestVersion(const std::string& high
     return {major, minor};
 }
 
-void ShowStatus(App& app, const std::string& text) {
-    if (app.qb.showStatus) {
-        app.qb.showStatus(text);
-    } else {
-        DebugLog(app, text, 3);
-    }
-}
-
 MsgSetRequest* RequestSet(App& app, RequestSetId id) {
     auto& set = app.qb.requestSets[id];
     return set ? &*set : nullptr;
