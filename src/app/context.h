@@ -14,6 +14,7 @@
 #include "app/settings.h"
 #include "qb/qbCommon.h"
 #include "screen/WindowsStuff.h"
+#include "ui/auxForms.h"
 #include "ui/form.h"
 
 namespace pelmark {
@@ -36,6 +37,7 @@ struct App {
     SettingsFile settings;
     ItemTable items;
     ui::Form frmMain;
+    ui::AuxState aux;
     qb::QbState qb;
     screen::ScreenState screen;
     RunState run;
