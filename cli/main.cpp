@@ -1,7 +1,8 @@
-// The pelmark command line: start-up and the sort run without the main window.
+// The pelmark command line: the sort run without the main window, against qbsim and the
+// simulated desktop, or on Windows against live QuickBooks and the real screen.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@
 #include "app/settings.h"
 #include "app/text.h"
 #include "app/version.h"
+#include "qb/transport.h"
+#include "screen/desktop.h"
+#include "sim/simRun.h"
 #include "ui/frmMain.h"
 
 namespace {
@@ -21,16 +25,25 @@ using namespace pelmark;
 const char* const kUsage =
     "usage: pelmark <command> [options]\n"
     "commands:\n"
+    "  sort               sort the transaction open in QuickBooks (one press of Sort)\n"
+    "  demo               copy the sample company, sort an invoice and show it before and after\n"
     "  version            print the program version\n"
-    "  demo               start up on the sample settings and items, and show what was read\n"
     "options:\n"
+    "  --company FILE     sort against qbsim over this company file, on a simulated desktop\n"
+    "                     (required except on Windows, where without it the run goes to the\n"
+    "                     QuickBooks that is running and to the real screen)\n"
+    "  --ref NUMBER       the transaction whose window the simulated desktop shows (default:\n"
+    "                     the first sales transaction of the company)\n"
+    "  --settings FILE    the settings file to sort with (copied into the data folder)\n"
     "  --data-dir DIR     keep settings and logs in DIR\n"
-    "  --samples DIR      where the sample files are (default: the source tree's samples)\n"
-    "  --answer yes|no    how questions are answered (default no)\n";
+    "  --answer yes|no    how questions are answered (default no)\n"
+    "  --trace-qbxml DIR  write every qbXML request and response of the run to DIR\n"
+    "  --samples DIR      where the sample files are (default: the source tree's samples)\n";
 
 struct Args {
     std::string command;
-    std::string dataDir;
+    std::string dataDir, company, ref, settings, traceDir;
+    bool refGiven = false;
     std::string samples = PELMARK_SAMPLES_DIR;
     int answer = kAnsNo;
     std::string error;
@@ -42,7 +55,7 @@ Args Parse(int argc, char** argv) {
         std::string s = argv[i];
         auto value = [&](const char* name) -> std::string {
             if (i + 1 >= argc) {
-                a.error = std::string(name) + " needs a value";
+                if (a.error.empty()) a.error = std::string(name) + " needs a value";
                 return {};
             }
             return argv[++i];
@@ -51,6 +64,15 @@ Args Parse(int argc, char** argv) {
             a.dataDir = value("--data-dir");
         } else if (s == "--samples") {
             a.samples = value("--samples");
+        } else if (s == "--company") {
+            a.company = value("--company");
+        } else if (s == "--ref") {
+            a.ref = value("--ref");
+            a.refGiven = true;
+        } else if (s == "--settings") {
+            a.settings = value("--settings");
+        } else if (s == "--trace-qbxml") {
+            a.traceDir = value("--trace-qbxml");
         } else if (s == "--answer") {
             std::string v = Lower(value("--answer"));
             if (v == "yes")
@@ -63,7 +85,7 @@ Args Parse(int argc, char** argv) {
             a.command = "help";
         } else if (!s.empty() && s[0] != '-' && a.command.empty()) {
             a.command = s;
-        } else {
+        } else if (a.error.empty()) {
             a.error = "unknown argument: " + s;
         }
     }
@@ -83,59 +105,203 @@ std::string DefaultDataDir() {
 #endif
 }
 
-// Copies the sample settings file and item list into the data folder, so that the demo starts
-// from the same files every time.
-bool CopySamples(App& app, const Args& args, const std::string& dataDir) {
-    FileSystem& fs = *app.sys.files;
-    if (!fs.MakeDir(dataDir).ok()) {
-        std::fprintf(stderr, "pelmark: cannot make the data folder %s\n", dataDir.c_str());
-        return false;
+// Every request and response of the run as numbered files, for support: 0001-request.xml,
+// 0001-response.xml, ...
+class TracingTransport : public qb::QbTransport {
+  public:
+    TracingTransport(qb::QbTransport& inner, FileSystem& files, std::string dir)
+        : inner_(inner), files_(files), dir_(AddBackslash(std::move(dir))) {}
+    bool Ready() { return files_.MakeDir(dir_).ok(); }
+
+    qb::TransportResult OpenConnection(const std::string& id, const std::string& name) override {
+        return inner_.OpenConnection(id, name);
     }
-    for (const char* name : {"Pelmark.ini", "Items.iif"}) {
-        std::string from = AddBackslash(args.samples) + name;
-        FileResult r = fs.Copy(from, AddBackslash(dataDir) + name);
-        if (!r.ok()) {
-            std::fprintf(stderr, "pelmark: cannot copy %s: %s\n", from.c_str(), r.error.c_str());
-            return false;
-        }
+    qb::TransportResult BeginSession(const std::string& file, int mode,
+                                     std::string* ticket) override {
+        return inner_.BeginSession(file, mode, ticket);
     }
+    qb::TransportResult ProcessRequest(const std::string& ticket, const std::string& request,
+                                       std::string* response) override {
+        char number[16];
+        std::snprintf(number, sizeof number, "%04d", ++count_);
+        files_.WriteAll(dir_ + number + "-request.xml", request);
+        qb::TransportResult r = inner_.ProcessRequest(ticket, request, response);
+        files_.WriteAll(dir_ + number + "-response.xml",
+                        r.ok ? *response : "failed: " + r.message + "\n");
+        return r;
+    }
+    qb::TransportResult GetCurrentCompanyFileName(const std::string& ticket,
+                                                  std::string* file) override {
+        return inner_.GetCurrentCompanyFileName(ticket, file);
+    }
+    qb::TransportResult EndSession(const std::string& ticket) override {
+        return inner_.EndSession(ticket);
+    }
+    qb::TransportResult CloseConnection() override { return inner_.CloseConnection(); }
+
+  private:
+    qb::QbTransport& inner_;
+    FileSystem& files_;
+    std::string dir_;
+    int count_ = 0;
+};
+
+bool Fail(const std::string& text) {
+    std::fprintf(stderr, "pelmark: %s\n", text.c_str());
+    return false;
+}
+
+// The data folder with a settings file and an item list: the given settings file, else the
+// one already there, else the sample's.
+bool PrepareDataFolder(FileSystem& fs, const Args& args, const std::string& dataDir) {
+    if (dataDir.empty()) return true;
+    if (!fs.MakeDir(dataDir).ok()) return Fail("cannot make the data folder " + dataDir);
+    const std::string ini = AddBackslash(dataDir) + "Pelmark.ini";
+    std::string from = args.settings;
+    if (from.empty() && !fs.Exists(ini)) from = AddBackslash(args.samples) + "Pelmark.ini";
+    if (!from.empty()) {
+        FileResult r = fs.Copy(from, ini);
+        if (!r.ok()) return Fail("cannot copy the settings file " + from + ": " + r.error);
+    }
+    const std::string items = AddBackslash(dataDir) + "Items.iif";
+    if (!fs.Exists(items)) fs.Copy(AddBackslash(args.samples) + "Items.iif", items);
     return true;
 }
 
-int Demo(App& app, const Args& args) {
+HouseKeeperOptions StartOptions(const std::string& dataDir) {
     std::string exe = RunningProgramPath();
     size_t cut = exe.find_last_of("\\/");
     HouseKeeperOptions opt;
     opt.programFolder = cut == std::string::npos ? std::string() : exe.substr(0, cut + 1);
     opt.exeName = cut == std::string::npos ? exe : exe.substr(cut + 1);
-    opt.dataFolder = args.dataDir.empty() ? DefaultDataDir() : args.dataDir;
-    if (!opt.dataFolder.empty() && !CopySamples(app, args, opt.dataFolder)) return 1;
-    Main(app, opt);
-    ReadIni(app, app.frmMain);
-    const Folders& f = app.folders;
-    std::printf("%s %s\n", kProductName, VersionText().c_str());
-    std::printf("program folder:     %s\n", f.program.c_str());
-    std::printf("data folder:        %s\n", f.data.c_str());
-    std::printf("settings file:      %s\n", f.iniFFN.c_str());
-    std::printf("shared data folder: %s\n", f.sharedData.c_str());
-    std::printf("user data folder:   %s\n", f.userData.c_str());
-    std::printf("items loaded:       %zu (%zu sales tax items, %zu sales tax groups)\n",
-                app.items.count(), app.items.salesTaxItems.size(), app.items.salesTaxGroups.size());
-    std::printf("settings version:   %s\n", app.settings.version.c_str());
-    for (int level = 0; level < ui::kSortLevels; ++level) {
-        std::string field = app.frmMain.ComboText("cboSortField", level);
-        if (field.empty()) continue;
-        std::printf("sort level %d:       %s%s%s\n", level + 1, field.c_str(),
-                    app.frmMain.Checked("chkSortDesc", level) ? ", descending" : "",
-                    app.frmMain.Checked("chkSortCaseSensitive", level) ? ", case-sensitive" : "");
+    opt.dataFolder = dataDir;
+    return opt;
+}
+
+struct SortOutcome {
+    int exitCode = 1;
+    std::string debugLog;
+    int roundTrips = 0;
+};
+
+// One press of Sort: start-up, the main form's load, the Go command, and QuickBooks showing the
+// transaction again.
+SortOutcome RunSort(const Args& args, const std::string& dataDir) {
+    SortOutcome out;
+    FileSystem& fs = RealFileSystem();
+    if (!PrepareDataFolder(fs, args, dataDir)) return out;
+
+    sim::SimQuickBooks simQb;
+    std::unique_ptr<qb::QbTransport> liveTransport;
+    std::unique_ptr<screen::Desktop> liveDesktop;
+    qb::QbTransport* transport = nullptr;
+    screen::Desktop* desktop = nullptr;
+    if (!args.company.empty()) {
+        simQb = sim::StartSimQuickBooks(args.company, args.ref);
+        if (!simQb.error.empty()) {
+            Fail(simQb.error);
+            return out;
+        }
+        transport = simQb.transport.get();
+        desktop = simQb.desktop.get();
+        std::printf("QuickBooks (qbsim) shows %s %s\n", simQb.txn.kind.c_str(),
+                    simQb.txn.refNumber.c_str());
+    } else {
+#ifdef _WIN32
+        liveTransport = qb::MakeComTransport();
+        liveDesktop = screen::MakeWin32Desktop();
+        transport = liveTransport.get();
+        desktop = liveDesktop.get();
+#else
+        Fail("--company is needed: QuickBooks runs only on Windows");
+        return out;
+#endif
     }
-    const char* blank = app.frmMain.Checked("optBlankLinesBefore")  ? "before each line"
-                        : app.frmMain.Checked("optBlankLinesAfter") ? "after each line"
-                                                                    : "none";
-    std::printf("blank lines:        %s (%s)\n", blank, app.frmMain.Text("txtBlankLines").c_str());
-    if (app.common.debug.open)
-        std::printf("debug log:          %s\n", app.common.debug.path.c_str());
-    return 0;
+    std::unique_ptr<TracingTransport> tracing;
+    if (!args.traceDir.empty()) {
+        tracing = std::make_unique<TracingTransport>(*transport, fs, args.traceDir);
+        if (!tracing->Ready()) {
+            Fail("cannot make the trace folder " + args.traceDir);
+            return out;
+        }
+        transport = tracing.get();
+    }
+
+    ConsolePrompter prompter(args.answer);
+    Seams seams{&prompter, &RealEventPump(), &RealClock(), &RealEnvironment(), &RealRegistry(),
+                &fs,       transport,        desktop};
+    App app(seams);
+    app.statusHook = [](const std::string& text) {
+        std::printf("  %s\n", text.c_str());
+        std::fflush(stdout);
+    };
+    try {
+        Main(app, StartOptions(dataDir));
+        LoadMainForm(app);
+        if (args.company.empty() && args.refGiven)
+            if (ui::Control* ref = app.frmMain.Find("txtRefNo")) ref->text = args.ref;
+        const bool ok = CmdGo(app);
+        out.roundTrips = app.run.roundTrips;
+        out.debugLog = app.common.debug.open ? app.common.debug.path : "";
+        if (!args.company.empty() && sim::ShowDisplayedTransactions(simQb, args.company) > 0)
+            std::printf("QuickBooks shows %s %s again\n", simQb.txn.kind.c_str(),
+                        simQb.txn.refNumber.c_str());
+        if (!ok) {
+            std::string why = !app.run.lastError.empty() ? app.run.lastError : app.run.status;
+            Fail("the sort did not complete: " + OneLine(why));
+        }
+        out.exitCode = ok ? 0 : 1;
+        CloseAll(app);
+    } catch (const ProgramEnd& end) {
+        std::fprintf(stderr, "pelmark: the program ended: %s\n",
+                     OneLine(app.run.lastError).c_str());
+        out.exitCode = end.code ? end.code : 1;
+    }
+    return out;
+}
+
+int Sort(const Args& args) {
+#ifndef _WIN32
+    if (args.company.empty()) {
+        Fail("sort needs --company FILE: QuickBooks runs only on Windows");
+        return 2;
+    }
+#endif
+    const SortOutcome out =
+        RunSort(args, args.dataDir.empty() ? DefaultDataDir() : AddBackslash(args.dataDir));
+    if (!out.debugLog.empty()) std::printf("debug log: %s\n", out.debugLog.c_str());
+    return out.exitCode;
+}
+
+int Demo(Args args) {
+    const std::string dataDir =
+        AddBackslash(args.dataDir.empty() ? DefaultDataDir() + "demo" : args.dataDir);
+    FileSystem& fs = RealFileSystem();
+    if (!fs.MakeDir(dataDir).ok()) return Fail("cannot make the data folder " + dataDir), 1;
+    args.company = dataDir + "company.xml";
+    if (!fs.Copy(AddBackslash(args.samples) + "company.xml", args.company).ok())
+        return Fail("cannot copy the sample company into " + dataDir), 1;
+    if (args.settings.empty()) args.settings = AddBackslash(args.samples) + "Pelmark.ini";
+    if (!args.refGiven) args.ref = "3001";
+
+    auto show = [&](const char* when) {
+        sim::Company company;
+        if (!company.LoadFile(args.company).ok()) return;
+        if (std::optional<sim::TxnRef> txn = sim::FindSalesTxn(company, args.ref))
+            std::printf("\n%s:\n%s\n", when, sim::TxnTable(company, *txn).c_str());
+    };
+    std::printf("%s %s demo: sorting with %s\n", kProductName, VersionText().c_str(),
+                args.settings.c_str());
+    show("Before");
+    const SortOutcome out = RunSort(args, dataDir);
+    show("After");
+    std::printf("company file:  %s\n", args.company.c_str());
+    std::printf("settings file: %sPelmark.ini\n", dataDir.c_str());
+    if (!out.debugLog.empty()) std::printf("debug log:     %s\n", out.debugLog.c_str());
+    std::printf("error log:     %sErr.Log\n", dataDir.c_str());
+    std::printf("round trips to QuickBooks: %d\n", out.roundTrips);
+    std::printf("%s\n", out.exitCode == 0 ? "sorted" : "the sort did not complete");
+    return out.exitCode;
 }
 
 }  // namespace
@@ -154,15 +320,8 @@ int main(int argc, char** argv) {
         std::printf("%s %s\n", kProductName, VersionText().c_str());
         return 0;
     }
-    ConsolePrompter prompter(args.answer);
-    Seams seams{&prompter,          &RealEventPump(), &RealClock(),
-                &RealEnvironment(), &RealRegistry(),  &RealFileSystem()};
-    App app(seams);
-    try {
-        if (args.command == "demo") return Demo(app, args);
-    } catch (const ProgramEnd& end) {
-        return end.code;
-    }
+    if (args.command == "sort") return Sort(args);
+    if (args.command == "demo") return Demo(args);
     std::fprintf(stderr, "pelmark: unknown command: %s\n%s", args.command.c_str(), kUsage);
     return 2;
 }

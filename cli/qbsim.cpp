@@ -8,14 +8,18 @@
 
 #include "sim/company.h"
 #include "sim/processor.h"
+#include "sim/show.h"
 
 namespace {
 
 using namespace pelmark::sim;
 
 const char* const kUsage =
-    "usage: qbsim <command> COMPANY.xml\n"
+    "usage: qbsim <command> COMPANY.xml [options]\n"
     "commands:\n"
+    "  show COMPANY.xml --ref NUMBER [--kind KIND]\n"
+    "                        the transaction's lines as a table (KIND: invoice, estimate,\n"
+    "                        sales order, sales receipt; default: the first with that number)\n"
     "  request COMPANY.xml   read one qbXML request on standard input, write QuickBooks' answer\n"
     "                        on standard output, and save the company when the request changed "
     "it\n";
@@ -54,6 +58,47 @@ int Request(const std::vector<std::string>& args) {
     return std::fflush(stdout) == 0 ? kOk : kSaveFailed;
 }
 
+int Show(const std::vector<std::string>& args) {
+    std::string path, ref, kind;
+    bool refGiven = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const bool hasValue = i + 1 < args.size();
+        if (args[i] == "--ref" && hasValue) {
+            ref = args[++i];
+            refGiven = true;
+        } else if (args[i] == "--kind" && hasValue) {
+            kind = args[++i];
+        } else if (path.empty() && args[i].rfind("--", 0) != 0) {
+            path = args[i];
+        } else {
+            std::fprintf(stderr, "qbsim: unknown argument: %s\n%s", args[i].c_str(), kUsage);
+            return kUsageError;
+        }
+    }
+    if (path.empty() || !refGiven) {
+        std::fputs(kUsage, stderr);
+        return kUsageError;
+    }
+    if (!kind.empty() && SalesKindName(kind).empty()) {
+        std::fprintf(stderr, "qbsim: %s is no sales transaction kind\n", kind.c_str());
+        return kUsageError;
+    }
+    Company company;
+    LoadResult loaded = company.LoadFile(path);
+    if (!loaded.ok()) {
+        std::fprintf(stderr, "qbsim: %s: %s\n", path.c_str(), loaded.ToString().c_str());
+        return kBadCompany;
+    }
+    std::optional<TxnRef> txn = FindSalesTxn(company, ref, kind);
+    if (!txn) {
+        std::fprintf(stderr, "qbsim: no %s numbered %s in %s\n",
+                     kind.empty() ? "transaction" : kind.c_str(), ref.c_str(), path.c_str());
+        return kBadRequest;
+    }
+    std::fputs(TxnTable(company, *txn).c_str(), stdout);
+    return kOk;
+}
+
 struct Command {
     const char* name;
     int (*run)(const std::vector<std::string>& args);
@@ -61,6 +106,7 @@ struct Command {
 
 const Command kCommands[] = {
     {"request", Request},
+    {"show", Show},
 };
 
 }  // namespace

@@ -132,6 +132,34 @@ bool DataExtModTxn(App& app, const DataExtOptions& options) {
     return ModTxn(app, options, true);
 }
 
+bool DataExtAddTxns(App& app, const std::vector<DataExtOptions>& values) {
+    DebugLog(app, "Data Ext Add Txns Entered " + std::to_string(values.size()), 5);
+    if (values.empty()) return true;
+    if (!QBOpen(app)) return false;
+    MsgSetRequest* set = RequestSet(app, kRsDataExt);
+    if (!set) return false;
+    set->ClearRequests();
+    // Every value is tried, so one refused value does not keep the others off their lines.
+    const OnError setMode = set->attributes.onError;
+    set->attributes.onError = OnError::continueOnError;
+    try {
+        for (const DataExtOptions& o : values) {
+            if (!LineFieldPossible(app, o, "Data Ext Add")) continue;
+            FillRequest(set->Append("DataExtAddRq").Child("DataExtAdd"), o, true);
+        }
+    } catch (const QbxmlError& e) {
+        set->attributes.onError = setMode;
+        ReportError(app, "INFO", "Data Ext Add", kErrBadRequest, e.what());
+        return false;
+    }
+    DoRequestOptions send;
+    send.callerLabel = "Data Ext Add";
+    send.request = set;
+    const bool ok = set->Count() == 0 || DoRequest(app, send).ok;
+    set->attributes.onError = setMode;
+    return ok;
+}
+
 bool DataExtDelTxn(App& app, const DataExtOptions& o) {
     DebugLog(app,
              "Data Ext Del Txn Sub " + o.ownerID + "," + o.fieldName + "," + o.txnID + "," +

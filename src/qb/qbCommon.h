@@ -110,6 +110,7 @@ struct QbState {
     int lastStatusCode = 0;
     std::string lastStatusMessage;
     std::string lastTxnID, lastEditSequence;
+    int roundTrips = 0;  // request sets sent to QuickBooks since the count was last cleared
     View invoiceRet, estimateRet, salesOrderRet, salesReceiptRet;
     std::string storedErrorText;
 
@@ -274,6 +275,9 @@ struct DataExtOptions {
 bool DataExtAddTxn(App& app, const DataExtOptions& options);
 bool DataExtModTxn(App& app, const DataExtOptions& options);
 bool DataExtDelTxn(App& app, const DataExtOptions& options);
+// The combined form: every value as a custom-field add in one request set, one round trip
+// whatever their number. For values going onto new lines, which hold none yet.
+bool DataExtAddTxns(App& app, const std::vector<DataExtOptions>& values);
 // Reads the custom-field definitions from the answer to a DataExtDefQueryRq.
 void FillDataExts(App& app, const ResponseSet& responseSet);
 

@@ -44,6 +44,7 @@ SendResult Send(App& app, std::string xml) {
         return r;
     }
     std::string response;
+    ++qb.roundTrips;
     TransportResult sent = transport->ProcessRequest(qb.ticket, r.requestXml, &response);
     if (!sent.ok) {
         QBCloseAfterFailure(app);

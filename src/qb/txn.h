@@ -178,6 +178,12 @@ bool EstimateQuerySub(App& app, const TxnQueryOptions& options);
 bool SalesOrderQuerySub(App& app, const TxnQueryOptions& options);
 bool SalesReceiptQuerySub(App& app, const TxnQueryOptions& options);
 
+// Reads one returned transaction (a query's or a modify's answer) into `lines`: its header and
+// its rows appended to the table.
+TxnHeader ReadTxn(App& app, TxnKind kind, const View& ret, std::vector<TxnLine>& lines);
+// The first transaction of the kind a response returned; a null view when none.
+View ReturnedTxn(const Response& response, TxnKind kind);
+
 // Sends the request set and gives its first response. A failure to send, or an answer without
 // a response, is reported as "<label> Err=..." under the level word and gives nothing.
 std::optional<Response> SendForFirstResponse(App& app, const MsgSetRequest& set,

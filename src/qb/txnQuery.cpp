@@ -123,6 +123,7 @@ TxnLine ReadLine(const View& element, bool group) {
 struct LineWalk {
     App& app;
     const TxnKindInfo& kind;
+    std::vector<TxnLine>& out;
     int rounds = 0;
     bool stopped = false;
 
@@ -138,14 +139,13 @@ struct LineWalk {
     }
 
     void Add(TxnLine row, std::size_t txnIndex) {
-        TxnState& txn = app.qb.txn;
         row.txnIndex = txnIndex;
-        if (!row.IsGroupEnd()) txn.currentLineID = RunLineID(kind.kind, row.txnLineID);
-        txn.lines.push_back(std::move(row));
+        if (!row.IsGroupEnd()) app.qb.txn.currentLineID = RunLineID(kind.kind, row.txnLineID);
+        out.push_back(std::move(row));
     }
 
     void Group(const View& element, std::size_t txnIndex) {
-        const std::size_t groupRow = app.qb.txn.lines.size();
+        const std::size_t groupRow = out.size();
         TxnLine group = ReadLine(element, true);
         TxnLine end;
         end.lineType = kLineGroupEnd;
@@ -399,7 +399,7 @@ bool TxnQuerySub(App& app, TxnKind kind, const TxnQueryOptions& o) {
 
     std::vector<View> rets = Returned(*response, k.retName);
     DebugLog(app, label + "count=" + std::to_string(rets.size()), 5);
-    LineWalk walk{app, k};
+    LineWalk walk{app, k, txn.lines};
     for (std::size_t i = 0; i < rets.size(); ++i) {
         DebugLog(app, "invndx=" + std::to_string(i), 5);
         qb.*k.ret = rets[i];
@@ -419,6 +419,20 @@ bool TxnQuerySub(App& app, TxnKind kind, const TxnQueryOptions& o) {
     }
     DebugLog(app, label + "Exit OK", 5);
     return true;
+}
+
+TxnHeader ReadTxn(App& app, TxnKind kind, const View& ret, std::vector<TxnLine>& lines) {
+    TxnHeader header = ReadHeader(ret);
+    LineWalk walk{app, KindInfo(kind), lines};
+    header.firstLine = lines.size();
+    walk.Lines(ret, 0);
+    header.lineCount = lines.size() - header.firstLine;
+    return header;
+}
+
+View ReturnedTxn(const Response& response, TxnKind kind) {
+    std::vector<View> rets = Returned(response, KindInfo(kind).retName);
+    return rets.empty() ? View() : rets.front();
 }
 
 bool InvoiceQuerySub(App& app, const TxnQueryOptions& options) {

@@ -186,6 +186,10 @@ bool IsQbMainTitle(std::string_view title);
 // "Dec 15, 2024", "15-Dec-24".
 bool IsScreenDate(std::string_view text);
 
+// Recognises the QuickBooks main window by its title and keeps its company, year and window
+// key; false (after the message) when no company can be told.
+bool IdentifyQuickBooks(App& app, std::string& result);
+
 // Finds the QuickBooks main window and the transaction windows open in it.
 void GetTrnsWindows(App& app);
 // The number of the four sortable kinds whose window is open.

@@ -115,8 +115,8 @@ bool FullScreenAllowed(App& app) {
            list->selected[kOptFullScreenMode];
 }
 
-// Steps of GetTrnsNo that recognise the QuickBooks title; false (after the message) when no
-// company can be told.
+}  // namespace
+
 bool IdentifyQuickBooks(App& app, std::string& result) {
     ScreenState& s = app.screen;
     WindowMatches found = FindWindowLike(app, 0, "*QuickBooks*", "*");
@@ -163,8 +163,6 @@ bool IdentifyQuickBooks(App& app, std::string& result) {
     }
     return true;
 }
-
-}  // namespace
 
 const char* TrnsKindTitle(TrnsKind kind) {
     switch (kind) {

@@ -145,6 +145,39 @@ void FillLineWeights(const std::vector<qb::TxnLine>& table, std::size_t first, s
                      const SortSettings& settings, const ItemLookup& items, qb::TxnKind kind,
                      const std::string& txnID, SortPlan& plan, const DebugSink& debug = {});
 
+// ---- The check after the modify (check.cpp) ---------------------------------------------------
+
+// The rows the modify was built to produce, in order: a blank row for every blank line, and the
+// queried rows of the plan (a group row followed by its member rows). Closing rows are left out.
+std::vector<qb::TxnLine> ExpectedLines(const std::vector<qb::TxnLine>& table, const SortPlan& plan);
+
+struct CheckOptions {
+    // The line fields the kind's line modify takes (what the write-back copies).
+    std::vector<const qb::TxnLineField*> fields;
+    bool customFields = true;  // the lines' custom fields were written and are compared
+    // Custom field values the run wrote on top of the queried ones (line weights), by the
+    // expected row's index.
+    std::vector<std::vector<qb::TxnCustomField>> extraFields;
+};
+
+// What differs between the expected rows and the rows that came back (closing rows ignored),
+// and between the totals before and after. Empty when the transaction came back whole.
+std::vector<std::string> CompareLines(const std::vector<qb::TxnLine>& expected,
+                                      const std::vector<qb::TxnLine>& actual,
+                                      const CheckOptions& options);
+std::vector<std::string> CompareTotals(const qb::TxnHeader& before, const qb::TxnHeader& after);
+
+// The fields of TxnLineFields() that the kind's line modify takes.
+std::vector<const qb::TxnLineField*> ModifiableLineFields(App& app, qb::TxnKind kind);
+
+// ---- The sort body (writeBack.cpp) -------------------------------------------------------------
+
+// Sorts queried transaction `txnIndex` of app.qb.txn: plans the new order, writes it back with
+// one modify, writes the lines' custom fields and weights, re-queries the transaction and checks
+// it against what was sent, and asks QuickBooks to show it again. True when the modify went
+// through and the transaction came back whole.
+bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex = 0);
+
 // ---- Application glue (settings.cpp) ---------------------------------------------------------
 
 // Reads the sort settings from the main form model.
