@@ -26,6 +26,7 @@ std::size_t Width(const std::string& s) {
 std::string Cell(std::string text, std::size_t width) {
     for (char& c : text)
         if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    --width;  // one blank between the columns
     if (Width(text) > width) {
         std::string cut;
         std::size_t n = 0;

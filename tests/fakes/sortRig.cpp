@@ -1,0 +1,117 @@
+// The sort run rig.
+#include "fakes/sortRig.h"
+
+#include <filesystem>
+
+#include "app/run.h"
+#include "ui/frmMain.h"
+
+namespace pelmark::test {
+
+qb::TransportResult TamperingTransport::ProcessRequest(const std::string& ticket,
+                                                       const std::string& request,
+                                                       std::string* response) {
+    const std::string sent = edit ? edit(request) : request;
+    requests.push_back(sent);
+    if (fail && fail(sent)) return {false, 0x80040408, "QuickBooks is not running"};
+    return inner_.ProcessRequest(ticket, sent, response);
+}
+
+SortRig::SortRig(const std::string& ref, const std::string& kind, const std::string& company)
+    : app(t.app), companyPath(t.dir.File("company.xml")) {
+    std::filesystem::copy_file(company, companyPath);
+    std::filesystem::copy_file(kSampleSettings, t.dir.File("Pelmark.ini"));
+    Open(ref, kind);
+    transport = std::make_unique<TamperingTransport>(*qb.transport);
+    app.sys.qbTransport = transport.get();
+    LoadMainForm(app);
+    Set("txtDebugLevel", "5");
+    t.prompter.shown.clear();
+}
+
+void SortRig::Open(const std::string& ref, const std::string& kind) {
+    sim::SimQuickBooks next = sim::StartSimQuickBooks(companyPath, ref, kind);
+    if (!qb.transport) {
+        qb = std::move(next);
+    } else {
+        // The same QuickBooks, another window.
+        qb.desktop = std::move(next.desktop);
+        qb.txn = next.txn;
+        qb.lastShown = next.lastShown;
+    }
+    app.sys.desktop = qb.desktop.get();
+    app.screen = {};
+}
+
+bool SortRig::Go() {
+    return CmdGo(app);
+}
+
+void SortRig::Levels(const std::vector<std::string>& fields) {
+    for (int i = 0; i < ui::kSortLevels; ++i) {
+        std::string field = i < static_cast<int>(fields.size()) ? fields[i] : "";
+        const bool descending = !field.empty() && field[0] == '-';
+        if (descending) field.erase(0, 1);
+        ui::Control* combo = app.frmMain.Find("cboSortField", i);
+        combo->listIndex = -1;
+        combo->text = field;
+        app.frmMain.Find("chkSortDesc", i)->value = descending;
+    }
+}
+
+void SortRig::Check(const std::string& name, bool on) {
+    ui::Control* c = app.frmMain.Find(name);
+    if (c->kind == ui::ControlKind::OptionButton)
+        app.frmMain.SetOption(*c, on);
+    else
+        c->value = on;
+}
+
+void SortRig::Set(const std::string& name, const std::string& text) {
+    ui::Control* c = app.frmMain.Find(name);
+    c->text = text;
+    c->listIndex = -1;
+}
+
+sim::Company SortRig::Company() const {
+    sim::Company company;
+    company.LoadFile(companyPath);
+    return company;
+}
+
+std::string SortRig::Table() const {
+    return sim::TxnTable(Company(), qb.txn);
+}
+
+std::vector<std::string> SortRig::Items() const {
+    const sim::Company company = Company();
+    pugi::xml_node txn = company.FindTxn(qb.txn.kind, qb.txn.txnID);
+    const std::string lineRet = qb.txn.kind + "LineRet", groupRet = qb.txn.kind + "LineGroupRet";
+    std::vector<std::string> items;
+    for (pugi::xml_node line : txn.children()) {
+        if (line.name() == lineRet) items.push_back(sim::FullNameOf(line.child("ItemRef")));
+        if (line.name() != groupRet) continue;
+        items.push_back(sim::FullNameOf(line.child("ItemGroupRef")));
+        for (pugi::xml_node member : line.children(lineRet.c_str()))
+            items.push_back("  " + sim::FullNameOf(member.child("ItemRef")));
+    }
+    return items;
+}
+
+bool SortRig::Shown(const std::string& text) const {
+    for (const auto& s : t.prompter.shown)
+        if (s.text.find(text) != std::string::npos) return true;
+    return false;
+}
+
+bool SortRig::InDebugLog(const std::string& text) const {
+    for (const std::string& line : t.DebugLines())
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+int SortRig::DisplayRequests() const {
+    return static_cast<int>(Company().DisplayRequests().size());
+}
+
+}  // namespace pelmark::test

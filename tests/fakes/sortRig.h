@@ -1,0 +1,77 @@
+// A sort run rig: the test application on qbsim over a copy of a company file, with the
+// simulated desktop showing a transaction, and a transport that can tamper with requests.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "fakes/fakes.h"
+#include "sim/simRun.h"
+
+namespace pelmark::test {
+
+inline const std::string kSampleCompany = std::string(PELMARK_SOURCE_DIR) + "/samples/company.xml";
+inline const std::string kSampleSettings = std::string(PELMARK_SOURCE_DIR) + "/samples/Pelmark.ini";
+
+// Passes every call to qbsim; `edit` may change a request before it goes, `fail` may refuse it.
+class TamperingTransport : public qb::QbTransport {
+  public:
+    explicit TamperingTransport(qb::QbTransport& inner) : inner_(inner) {}
+    qb::TransportResult OpenConnection(const std::string& id, const std::string& name) override {
+        return inner_.OpenConnection(id, name);
+    }
+    qb::TransportResult BeginSession(const std::string& file, int mode,
+                                     std::string* ticket) override {
+        return inner_.BeginSession(file, mode, ticket);
+    }
+    qb::TransportResult ProcessRequest(const std::string& ticket, const std::string& request,
+                                       std::string* response) override;
+    qb::TransportResult GetCurrentCompanyFileName(const std::string& ticket,
+                                                  std::string* file) override {
+        return inner_.GetCurrentCompanyFileName(ticket, file);
+    }
+    qb::TransportResult EndSession(const std::string& ticket) override {
+        return inner_.EndSession(ticket);
+    }
+    qb::TransportResult CloseConnection() override { return inner_.CloseConnection(); }
+
+    std::function<std::string(const std::string&)> edit;
+    std::function<bool(const std::string&)> fail;  // true: the call fails as a lost connection
+    std::vector<std::string> requests;
+
+  private:
+    qb::QbTransport& inner_;
+};
+
+struct SortRig {
+    // QuickBooks with `ref` open (the first sales transaction when empty), over a copy of
+    // `company`, and Pelmark started on the sample settings and loaded.
+    explicit SortRig(const std::string& ref, const std::string& kind = {},
+                     const std::string& company = kSampleCompany);
+
+    // Shows another transaction of the same company, as the user would open it.
+    void Open(const std::string& ref, const std::string& kind = {});
+    bool Go();
+    // The sort levels: field names, with "-" in front for a descending level.
+    void Levels(const std::vector<std::string>& fields);
+    void Check(const std::string& name, bool on);
+    void Set(const std::string& name, const std::string& text);
+
+    sim::Company Company() const;
+    std::string Table() const;  // qbsim's table of the open transaction
+    // Items of the open transaction's lines in order ("" for blank and description lines;
+    // group members follow their group as "  item").
+    std::vector<std::string> Items() const;
+    bool Shown(const std::string& text) const;  // a message box showed a text containing it
+    bool InDebugLog(const std::string& text) const;
+    int DisplayRequests() const;
+
+    TestApp t;
+    App& app;
+    std::string companyPath;
+    sim::SimQuickBooks qb;
+    std::unique_ptr<TamperingTransport> transport;
+};
+
+}  // namespace pelmark::test
