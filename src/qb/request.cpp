@@ -1,6 +1,7 @@
 // The one path by which requests reach QuickBooks and their status is judged, and the field
 // helpers every request builder and response reader uses.
 #include <cstdio>
+#include <cstring>
 
 #include "app/context.h"
 #include "app/logs.h"
@@ -10,28 +11,6 @@
 namespace pelmark::qb {
 
 namespace {
-
-// The transaction kinds whose returned object DoRequest keeps: both response-type codes of a
-// kind (query, modify), its returned object and its two line elements.
-struct TxnKindInfo {
-    int queryType, modType;
-    const char* retName;
-    const char* lineName;
-    const char* groupName;
-    View QbState::*ret;
-};
-
-// In the order the codes are tested.
-const TxnKindInfo kTxnKinds[] = {
-    {kRtInvoiceQueryRs, kRtInvoiceModRs, "InvoiceRet", "InvoiceLineRet", "InvoiceLineGroupRet",
-     &QbState::invoiceRet},
-    {kRtSalesOrderQueryRs, kRtSalesOrderModRs, "SalesOrderRet", "SalesOrderLineRet",
-     "SalesOrderLineGroupRet", &QbState::salesOrderRet},
-    {kRtSalesReceiptQueryRs, kRtSalesReceiptModRs, "SalesReceiptRet", "SalesReceiptLineRet",
-     "SalesReceiptLineGroupRet", &QbState::salesReceiptRet},
-    {kRtEstimateQueryRs, kRtEstimateModRs, "EstimateRet", "EstimateLineRet", "EstimateLineGroupRet",
-     &QbState::estimateRet},
-};
 
 SendResult Send(App& app, std::string xml) {
     SendResult r;
@@ -81,9 +60,17 @@ void AppendStatus(std::string& statusText, int code, const std::string& message,
 // Keeps the returned transaction of a response of one of the four kinds and, when asked,
 // collects its lines. A query's answer holds its transactions in a list; the first is kept.
 void KeepReturnedTxn(App& app, const Response& response, std::vector<View>* lines) {
-    int type = response.Type();
-    for (const TxnKindInfo& k : kTxnKinds) {
-        if (type != k.queryType && type != k.modType) continue;
+    const std::string type = response.TypeName();
+    // "InvoiceQueryRq" answers with "InvoiceQueryRs".
+    auto answers = [&](const char* request) {
+        return request && type.size() > 2 &&
+               type.compare(0, type.size() - 2, request, std::strlen(request) - 2) == 0 &&
+               type.ends_with("Rs");
+    };
+    for (TxnKind kind :
+         {TxnKind::Invoice, TxnKind::SalesOrder, TxnKind::SalesReceipt, TxnKind::Estimate}) {
+        const TxnKindInfo& k = KindInfo(kind);
+        if (!answers(k.queryRq) && !answers(k.modRq)) continue;
         View detail = response.Detail();
         View ret = detail.Name() == k.retName ? detail : detail.Child(k.retName);
         if (ret.IsNull()) return;
@@ -91,11 +78,11 @@ void KeepReturnedTxn(App& app, const Response& response, std::vector<View>* line
         if (!lines) return;
         for (const View& line : ret.Children()) {
             std::string name = line.Name();
-            if (name == k.lineName || name == k.groupName) lines->push_back(line);
+            if (name == k.lineRet || name == k.groupRet) lines->push_back(line);
         }
         return;
     }
-    if (type == kRtUnknown)
+    if (response.Type() == kRtUnknown)
         DebugLog(app, "qb Do Request unknown response type " + response.TypeName(), 3);
 }
 
