@@ -509,5 +509,42 @@ TEST_F(SimDesktopTest, FromACompanyFileShowsItsTransaction) {
     EXPECT_EQ(t.app.screen.trnsDate, "11/14/2023");
 }
 
+TEST(SimScreenLinesTest, TheLineGridShowsStoredLinesGroupsAndPercentRatesInOrder) {
+    sim::Company company;
+    ASSERT_TRUE(company.LoadFile(PELMARK_SOURCE_DIR "/samples/company.xml").ok());
+    EXPECT_EQ(sim::TxnIDByRefNumber(company, "Invoice", "3003"), "2D0-1710766800");
+    EXPECT_EQ(sim::TxnIDByRefNumber(company, "Estimate", "3003"), "");
+    auto txn = sim::ReadTxnForScreen(company, "Invoice", "2D0-1710766800");
+    ASSERT_TRUE(txn);
+    EXPECT_EQ(txn->header.customer, "Grant Builders:Lakeview Remodel");
+    EXPECT_EQ(txn->header.number, "3003");
+    std::vector<std::string> items;
+    for (const sim::ScreenLine& l : txn->lines) items.push_back(l.item);
+    // A group's own row, then its lines; blank and description-only lines keep their rows.
+    const std::vector<std::string> expected{"Design Review",
+                                            "",
+                                            "",
+                                            "Starter Kit",
+                                            "Widget",
+                                            "Bracket 2in",
+                                            "Bolt M6",
+                                            "Service Bundle",
+                                            "Installation",
+                                            "Labor",
+                                            "",
+                                            "Subtotal",
+                                            "10% Discount",
+                                            "",
+                                            "Cabinet Pull"};
+    EXPECT_EQ(items, expected);
+    const sim::ScreenLine& group = txn->lines[3];
+    EXPECT_EQ(group.desc, "Starter kit: widget, brackets and bolts");
+    EXPECT_EQ(group.quantity, "2");
+    EXPECT_EQ(group.amount, "40.60");
+    EXPECT_EQ(txn->lines[4].rate, "12.50");
+    EXPECT_EQ(txn->lines[12].rate, "-10.00%");
+    EXPECT_EQ(txn->lines[12].amount, "-65.56");
+}
+
 }  // namespace
 }  // namespace pelmark::screen

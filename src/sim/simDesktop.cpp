@@ -115,19 +115,50 @@ SimTrnsWindow MakeTrnsWindow(TrnsKind kind, const HeaderValues& v, bool withTemp
     return w;
 }
 
-std::optional<SimTrnsWindow> TrnsWindowFromCompany(const Company& company, std::string_view kind,
-                                                   std::string_view txnID) {
+std::optional<TxnOnScreen> ReadTxnForScreen(const Company& company, std::string_view kind,
+                                            std::string_view txnID) {
     auto k = KindOf(kind);
     if (!k) return std::nullopt;
     pugi::xml_node txn = company.FindTxn(kind, txnID);
     if (!txn) return std::nullopt;
-    HeaderValues v;
+    TxnOnScreen t;
+    t.kind = *k;
+    HeaderValues& v = t.header;
     v.customer = RefName(txn, *k == TrnsKind::PurchaseOrder ? "VendorRef" : "CustomerRef");
     v.className = RefName(txn, "ClassRef");
     v.templateName = RefName(txn, "TemplateRef");
     v.date = ScreenDate(ChildText(txn, "TxnDate"));
     v.number = ChildText(txn, "RefNumber");
-    return MakeTrnsWindow(*k, v);
+
+    const std::string lineRet = std::string(kind) + "LineRet";
+    const std::string groupRet = std::string(kind) + "LineGroupRet";
+    auto add = [&t](pugi::xml_node line, const char* itemRef, const char* amount) {
+        std::string rate = ChildText(line, "Rate");
+        if (rate.empty() && line.child("RatePercent")) rate = ChildText(line, "RatePercent") + "%";
+        t.lines.push_back({RefName(line, itemRef), ChildText(line, "Desc"),
+                           ChildText(line, "Quantity"), rate, ChildText(line, amount)});
+    };
+    for (pugi::xml_node row : txn.children()) {
+        if (row.name() == lineRet) add(row, "ItemRef", "Amount");
+        if (row.name() != groupRet) continue;
+        add(row, "ItemGroupRef", "TotalAmount");
+        for (pugi::xml_node line : row.children(lineRet.c_str())) add(line, "ItemRef", "Amount");
+    }
+    return t;
+}
+
+std::string TxnIDByRefNumber(const Company& company, std::string_view kind,
+                             std::string_view refNumber) {
+    for (pugi::xml_node txn : company.Objects(std::string(kind) + "Ret"))
+        if (ChildText(txn, "RefNumber") == refNumber) return ChildText(txn, "TxnID");
+    return {};
+}
+
+std::optional<SimTrnsWindow> TrnsWindowFromCompany(const Company& company, std::string_view kind,
+                                                   std::string_view txnID) {
+    auto t = ReadTxnForScreen(company, kind, txnID);
+    if (!t) return std::nullopt;
+    return MakeTrnsWindow(t->kind, t->header);
 }
 
 std::optional<SimScenario> ScenarioFromCompany(const Company& company, std::string_view kind,

@@ -74,6 +74,26 @@ struct SimScenario {
     std::vector<std::string> otherWindows;  // titles of other programs' windows, above QuickBooks
 };
 
+// One row of a transaction window's line grid: item, description, quantity, rate (a percentage
+// rate with "%") and amount, as the company file holds them. A line group shows as its group item
+// with the total, followed by its own lines.
+struct ScreenLine {
+    std::string item, desc, quantity, rate, amount;
+};
+
+// What a transaction window shows of a stored transaction: its header and its lines in the order
+// they are stored, which is the order QuickBooks shows them in.
+struct TxnOnScreen {
+    TrnsKind kind = TrnsKind::Invoice;
+    HeaderValues header;
+    std::vector<ScreenLine> lines;
+};
+std::optional<TxnOnScreen> ReadTxnForScreen(const Company& company, std::string_view kind,
+                                            std::string_view txnID);
+// The TxnID of the stored transaction of a kind with that RefNumber; "" when there is none.
+std::string TxnIDByRefNumber(const Company& company, std::string_view kind,
+                             std::string_view refNumber);
+
 // The transaction window of a stored transaction ("Invoice", "Estimate", "SalesOrder",
 // "SalesReceipt") as QuickBooks shows it; unset when there is no such transaction.
 std::optional<SimTrnsWindow> TrnsWindowFromCompany(const Company& company, std::string_view kind,

@@ -4,40 +4,11 @@
 #include <cstdlib>
 #include <string>
 
+#include "app/wideText.h"
+#include "fakeqb/fakeqb.h"
+
 namespace pelmark::test {
 namespace {
-
-std::wstring Wide(const std::string& s) {
-    int n = MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), w.data(), n);
-    return w;
-}
-
-// The quoting CommandLineToArgvW undoes: backslashes are literal except before a quote.
-std::wstring Quote(const std::wstring& arg) {
-    std::wstring out = L"\"";
-    size_t slashes = 0;
-    for (wchar_t c : arg) {
-        if (c == L'\\') {
-            ++slashes;
-            continue;
-        }
-        out.append(c == L'"' ? slashes * 2 + 1 : slashes, L'\\');
-        slashes = 0;
-        out += c;
-    }
-    out.append(slashes * 2, L'\\');
-    return out + L"\"";
-}
-
-// Wine maps the Unix root to drive Z:.
-std::wstring WindowsPath(std::string path) {
-    if (!path.empty() && path[0] == '/') path = "Z:" + path;
-    for (char& c : path)
-        if (c == '/') c = '\\';
-    return Wide(path);
-}
 
 // A named CALLBACK, not a lambda: 32-bit Windows calls it with the stdcall convention.
 BOOL CALLBACK MatchMainWindow(HWND wnd, LPARAM param) {
@@ -54,7 +25,60 @@ HWND FindMainWindow(DWORD threadId) {
     return found;
 }
 
+// A window's text by WM_GETTEXT, which Windows carries across processes (GetWindowText does not
+// ask another program's controls).
+std::string TextOf(HWND wnd) {
+    wchar_t text[256] = {};
+    DWORD_PTR got = 0;
+    SendMessageTimeoutW(wnd, WM_GETTEXT, 256, reinterpret_cast<LPARAM>(text), SMTO_ABORTIFHUNG,
+                        2000, &got);
+    return Utf8FromWide(text, wcslen(text));
+}
+
 }  // namespace
+
+std::wstring WindowsPath(std::string path) {
+    if (!path.empty() && path[0] == '/') path = "Z:" + path;
+    for (char& c : path)
+        if (c == '/') c = '\\';
+    return WideFromUtf8(path);
+}
+
+std::wstring QuoteArg(const std::wstring& arg) {
+    // Backslashes are literal except before a quote.
+    std::wstring out = L"\"";
+    size_t slashes = 0;
+    for (wchar_t c : arg) {
+        if (c == L'\\') {
+            ++slashes;
+            continue;
+        }
+        out.append(c == L'"' ? slashes * 2 + 1 : slashes, L'\\');
+        slashes = 0;
+        out += c;
+    }
+    out.append(slashes * 2, L'\\');
+    return out + L"\"";
+}
+
+HANDLE MakeKillOnCloseJob() {
+    HANDLE job = CreateJobObjectW(nullptr, nullptr);
+    if (!job) return nullptr;
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+    return job;
+}
+
+bool WaitUntil(const std::function<bool()>& done, int timeoutMs) {
+    for (int waited = 0;; waited += 50) {
+        if (done()) return true;
+        if (waited >= timeoutMs) return false;
+        MSG msg;
+        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&msg);
+        Sleep(50);
+    }
+}
 
 FakeQbProgram::FakeQbProgram(const std::vector<std::string>& args) {
     wchar_t temp[MAX_PATH] = {}, file[MAX_PATH] = {};
@@ -63,17 +87,10 @@ FakeQbProgram::FakeQbProgram(const std::vector<std::string>& args) {
     countFile_ = file;
 
     std::wstring exe = WindowsPath(PELMARK_FAKEQB_EXE);
-    std::wstring cmd = Quote(exe) + L" --count-file " + Quote(countFile_);
-    for (const std::string& a : args) cmd += L" " + Quote(Wide(a));
+    std::wstring cmd = QuoteArg(exe) + L" --count-file " + QuoteArg(countFile_);
+    for (const std::string& a : args) cmd += L" " + QuoteArg(WideFromUtf8(a));
 
-    // A job that ends the program with the job handle, so a test binary that dies leaves no
-    // fake QuickBooks behind on the shared display.
-    job_ = CreateJobObjectW(nullptr, nullptr);
-    if (job_) {
-        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-        SetInformationJobObject(job_, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    }
+    job_ = MakeKillOnCloseJob();
     STARTUPINFOW si = {};
     si.cb = sizeof si;
     if (!CreateProcessW(exe.c_str(), cmd.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr,
@@ -111,6 +128,26 @@ int FakeQbProgram::SaveCount() const {
     CloseHandle(h);
     if (!ok || got == 0) return -1;
     return std::atoi(text);
+}
+
+HWND FakeQbProgram::TrnsWindow(const std::string& title) const {
+    HWND client = main_ ? FindWindowExW(main_, nullptr, L"MDIClient", nullptr) : nullptr;
+    for (HWND w = client ? GetWindow(client, GW_CHILD) : nullptr; w;
+         w = GetWindow(w, GW_HWNDNEXT)) {
+        if (TextOf(w).rfind(title, 0) == 0) return w;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> FakeQbProgram::ShownItems(HWND trnsWnd) {
+    std::vector<std::string> items;
+    for (int row = 0;; ++row) {
+        HWND cell = trnsWnd ? GetDlgItem(trnsWnd, fakeqb::LineCellId(row, 0)) : nullptr;
+        if (!cell) break;
+        items.push_back(TextOf(cell));
+    }
+    while (!items.empty() && items.back().empty()) items.pop_back();
+    return items;
 }
 
 }  // namespace pelmark::test

@@ -1,12 +1,25 @@
-// Starts the fake QuickBooks program (fakeqb.exe) for a test and ends it when the test ends.
+// Starts the fake QuickBooks program (fakeqb.exe) for a test and ends it when the test ends; the
+// helpers the Windows tests share for paths, command lines, child processes and its windows.
 #pragma once
 
 #include <windows.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace pelmark::test {
+
+// A path of the build (a Unix path under Wine) as Windows programs take it: Wine maps the Unix
+// root to drive Z:.
+std::wstring WindowsPath(std::string path);
+// One argument quoted the way CommandLineToArgvW and the C runtime undo it.
+std::wstring QuoteArg(const std::wstring& arg);
+// A job that ends its processes when its handle is closed, so that a test binary that dies
+// leaves nothing running on the shared display; null when Windows would not make one.
+HANDLE MakeKillOnCloseJob();
+// Waits up to `timeoutMs` until `done` holds, letting this thread's window messages run.
+bool WaitUntil(const std::function<bool()>& done, int timeoutMs);
 
 class FakeQbProgram {
   public:
@@ -21,6 +34,10 @@ class FakeQbProgram {
     HWND main() const { return main_; }
     // How many times Save & Close was pressed, from the program's count file; -1 unread.
     int SaveCount() const;
+    // The transaction window whose title begins with `title`; null when none is open.
+    HWND TrnsWindow(const std::string& title) const;
+    // The item column of a transaction window's line grid, without the empty rows at its end.
+    static std::vector<std::string> ShownItems(HWND trnsWnd);
 
   private:
     PROCESS_INFORMATION process_ = {};

@@ -1,19 +1,27 @@
-// The COM transport on a Windows without QuickBooks: every failure comes back in plain words.
+// The COM transport: plain words when no request processor is registered, and every call against
+// qbcom, the request processor answered by qbsim from a company file.
 #include <gtest/gtest.h>
 
+#include <pugixml.hpp>
+#include <string>
+
+#include "fakes/fakes.h"
 #include "qb/transport.h"
+#include "sim/company.h"
+#include "wine/qbcom_win.h"
 
 namespace pelmark::qb {
 namespace {
 
 TEST(ComTransportTest, NoRequestProcessorIsReportedNotThrown) {
+    ASSERT_TRUE(test::UnregisterQbCom());
     auto t = MakeComTransport();
     TransportResult open = t->OpenConnection("", "Corvalt's Pelmark");
     ASSERT_FALSE(open.ok);
-    // Without QuickBooks the ProgID is unknown (or its class is not registered).
-    EXPECT_TRUE(open.hresult == 0x800401F3 || open.hresult == 0x80040154) << open.message;
-    EXPECT_NE(open.message.find("QBXMLRP2.RequestProcessor"), std::string::npos) << open.message;
-    EXPECT_NE(open.message.find("HRESULT 0x80040"), std::string::npos) << open.message;
+    EXPECT_EQ(open.hresult, 0x800401F3u) << open.message;
+    EXPECT_NE(open.message.find("QBXMLRP2.RequestProcessor) is not installed on this computer"),
+              std::string::npos)
+        << open.message;
 
     // The calls after a failed connection fail the same way instead of crashing.
     std::string ticket;
@@ -23,6 +31,73 @@ TEST(ComTransportTest, NoRequestProcessorIsReportedNotThrown) {
     std::string response;
     EXPECT_FALSE(t->ProcessRequest(ticket, "<?xml version=\"1.0\"?>", &response).ok);
     EXPECT_TRUE(response.empty());
+}
+
+TEST(ComTransportTest, TheRegisteredServerAnswersFromItsCompanyFile) {
+    test::TempDir dir;
+    const std::string company = test::CopySampleCompany(dir.path());
+    test::QbComRegistration server(company);
+    ASSERT_TRUE(server.ok());
+
+    auto t = MakeComTransport();
+    TransportResult r = t->OpenConnection("", "Corvalt's Pelmark");
+    ASSERT_TRUE(r.ok) << r.message;
+    std::string ticket;
+    r = t->BeginSession("", kOpenDoNotCare, &ticket);
+    ASSERT_TRUE(r.ok) << r.message;
+    EXPECT_EQ(ticket.front(), '{') << ticket;
+    std::string file;
+    ASSERT_TRUE(t->GetCurrentCompanyFileName(ticket, &file).ok);
+    EXPECT_EQ(file, company);
+
+    std::string response;
+    r = t->ProcessRequest(ticket,
+                          test::QbxmlRequest("<InvoiceQueryRq><RefNumber>3001</RefNumber>"
+                                             "<IncludeLineItems>true</IncludeLineItems>"
+                                             "</InvoiceQueryRq>"),
+                          &response);
+    ASSERT_TRUE(r.ok) << r.message;
+    pugi::xml_document doc;
+    ASSERT_TRUE(doc.load_string(response.c_str())) << response;
+    pugi::xml_node invoice = doc.select_node("//InvoiceQueryRs/InvoiceRet").node();
+    EXPECT_STREQ(invoice.child("CustomerRef").child_value("FullName"), "Baker Hardware:Store 12");
+    EXPECT_EQ(std::distance(invoice.children("InvoiceLineRet").begin(),
+                            invoice.children("InvoiceLineRet").end()),
+              4);
+    const std::string txnID = invoice.child_value("TxnID");
+
+    // A modify is written to the company file at once.
+    r = t->ProcessRequest(
+        ticket,
+        test::QbxmlRequest("<InvoiceModRq><InvoiceMod><TxnID>" + txnID + "</TxnID><EditSequence>" +
+                           invoice.child_value("EditSequence") +
+                           "</EditSequence><Memo>Sorted under Wine</Memo>"
+                           "</InvoiceMod></InvoiceModRq>"),
+        &response);
+    ASSERT_TRUE(r.ok) << r.message;
+    EXPECT_NE(response.find("statusCode=\"0\""), std::string::npos) << response;
+    sim::Company saved;
+    ASSERT_TRUE(saved.LoadFile(company).ok());
+    EXPECT_EQ(sim::ChildText(saved.FindTxn("Invoice", txnID), "Memo"), "Sorted under Wine");
+
+    // Failures come back as the request processor's HRESULT with its description after our
+    // plain words.
+    r = t->ProcessRequest(ticket, "this is not qbXML", &response);
+    EXPECT_EQ(r.hresult, 0x80040400u) << r.message;
+    EXPECT_GT(r.message.size(), DescribeHresult("ProcessRequest", r.hresult).size() + 1)
+        << r.message;
+    r = t->ProcessRequest("{not-the-ticket}", test::QbxmlRequest(""), &response);
+    EXPECT_EQ(r.hresult, 0x80040402u) << r.message;
+    EXPECT_NE(r.message.find("ticket"), std::string::npos) << r.message;
+
+    EXPECT_TRUE(t->EndSession(ticket).ok);
+    EXPECT_TRUE(t->CloseConnection().ok);
+
+    // QuickBooks running with no company open: a session on "the open file" is refused.
+    ASSERT_TRUE(test::RegisterQbCom(""));
+    r = test::AskThroughCom("", &response);
+    EXPECT_EQ(r.hresult, 0x80040416u) << r.message;
+    EXPECT_NE(r.message.find("QuickBooks is not running"), std::string::npos) << r.message;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 // Windows tests drive with real keystrokes, messages and the clipboard.
 //
 //   fakeqb.exe (--title TEXT | --company NAME [--version KEY]) [--count-file PATH]
-//              [--window SPEC]...
+//              [--window SPEC]... [--company-file PATH [--open KIND:REFNUMBER[;SETTINGS]]...]
 //
 // KEY picks a title format: pro2014 (the default), enterprise18, pro2004, solutions5, old.
 // SPEC is a kind (invoice, estimate, salesorder, salesreceipt, purchaseorder) followed by
@@ -11,26 +11,47 @@
 // own), line=Item|Desc|Qty|Rate|Amount (repeatable), and the flags maximized, stubborn (Alt+A
 // does not close it) and unsaved (a Revert button). The window opened last is the active one.
 // Every Alt+A (the Save & Close button) is counted in the count file.
+//
+// With --company-file, a qbsim company file: the company's name is the default for --company,
+// and each --open after it shows the stored transaction of a kind with that reference number
+// (its header and its lines in their stored order), followed by the same settings as SPEC
+// (e.g. ";stubborn"). The file is watched as QuickBooks would be asked: when qbsim records a new
+// display request (<TxnDisplay>) in it, the transaction's window opens again with the lines as
+// they are now.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cwchar>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "app/wideText.h"
+#include "fakeqb.h"
+#include "sim/company.h"
+#include "sim/simDesktop.h"
+
 namespace {
+
+using namespace pelmark::fakeqb;
 
 enum : int {
     kIdEditor = 999,
     kIdHeaderFirst = 1000,
-    kIdLineFirst = 2000,
     kIdSaveClose = 3001,
     kIdSaveNew = 3002,
     kIdClear = 3003,
     kIdFirstMdiChild = 50000,
 };
 constexpr UINT kMsgClose = WM_APP + 1;
-constexpr int kLineRows = 5;
+constexpr UINT_PTR kDisplayTimer = 1;
+constexpr UINT kDisplayPollMs = 200;
+// Rows of the line grid: at least the empty rows of a new form, at most what fits the frame
+// (QuickBooks scrolls the rest).
+constexpr int kMinLineRows = 5;
+constexpr int kMaxLineRows = 12;
+constexpr int kRowHeight = 21;
 
 struct Line {
     std::wstring cells[5];
@@ -59,6 +80,12 @@ struct Program {
     HFONT font = nullptr, bold = nullptr, big = nullptr;
     HBRUSH formBrush = nullptr, headBrush = nullptr;
     std::vector<WindowSpec> windows;
+    // The company file: its path, the company as last read, the file's time and size then, and
+    // the last display request acted on.
+    std::wstring companyFile;
+    pelmark::sim::Company company;
+    WIN32_FILE_ATTRIBUTE_DATA stamp = {};
+    long lastDisplay = 0;
 } g;
 
 constexpr COLORREF kFormColor = RGB(232, 239, 247);
@@ -67,6 +94,7 @@ constexpr COLORREF kFormNameColor = RGB(40, 70, 120);
 
 struct Kind {
     const wchar_t* key;
+    const char* companyKind;  // the kind's name in the company file and in display requests
     const wchar_t* title;
     const wchar_t* formName;
     const wchar_t* numberLabel;
@@ -74,14 +102,15 @@ struct Kind {
 };
 // clang-format off
 const Kind kKinds[] = {
-    {L"invoice", L"Create Invoices - Accounts Receivable", L"Invoice", L"Invoice #",
+    {L"invoice", "Invoice", L"Create Invoices - Accounts Receivable", L"Invoice", L"Invoice #",
      {L"Bill To", L"P.O. No."}},
-    {L"estimate", L"Create Estimates", L"Estimate", L"Estimate #", {L"Name / Address", L"Rep"}},
-    {L"salesorder", L"Create Sales Orders", L"Sales Order", L"S.O. No.",
+    {L"estimate", "Estimate", L"Create Estimates", L"Estimate", L"Estimate #",
+     {L"Name / Address", L"Rep"}},
+    {L"salesorder", "SalesOrder", L"Create Sales Orders", L"Sales Order", L"S.O. No.",
      {L"Name / Address", L"P.O. No."}},
-    {L"salesreceipt", L"Enter Sales Receipts", L"Sales Receipt", L"Sale No.",
+    {L"salesreceipt", "SalesReceipt", L"Enter Sales Receipts", L"Sales Receipt", L"Sale No.",
      {L"Sold To", L"Check No."}},
-    {L"purchaseorder", L"Create Purchase Orders", L"Purchase Order", L"P.O. No.",
+    {L"purchaseorder", "PurchaseOrder", L"Create Purchase Orders", L"Purchase Order", L"P.O. No.",
      {L"Vendor", L"Ship To"}},
 };
 // clang-format on
@@ -161,18 +190,88 @@ bool ParseSetting(const std::wstring& key, const std::wstring& value, WindowSpec
     return false;
 }
 
-bool ParseWindow(const std::wstring& text, WindowSpec* spec) {
-    std::vector<std::wstring> parts = Split(text, L';');
-    const Kind* kind = FindKind(parts[0]);
-    if (!kind) return false;
-    spec->kind = parts[0];
-    spec->title = kind->title;
+bool ParseSettings(const std::vector<std::wstring>& parts, WindowSpec* spec) {
     for (size_t i = 1; i < parts.size(); ++i) {
         size_t eq = parts[i].find(L'=');
         std::wstring value = eq == std::wstring::npos ? L"" : parts[i].substr(eq + 1);
         if (!ParseSetting(parts[i].substr(0, eq), value, spec)) return false;
     }
     return true;
+}
+
+bool ParseWindow(const std::wstring& text, WindowSpec* spec) {
+    std::vector<std::wstring> parts = Split(text, L';');
+    const Kind* kind = FindKind(parts[0]);
+    if (!kind) return false;
+    spec->kind = parts[0];
+    spec->title = kind->title;
+    return ParseSettings(parts, spec);
+}
+
+std::wstring Wide(const std::string& text) {
+    return pelmark::WideFromUtf8(text);
+}
+
+// Reads the company file. Other readers and qbsim's rename of a new file over it must not be
+// kept out while it is read, so it is opened with every sharing mode.
+bool LoadCompany() {
+    WIN32_FILE_ATTRIBUTE_DATA stamp = {};
+    if (!GetFileAttributesExW(g.companyFile.c_str(), GetFileExInfoStandard, &stamp)) return false;
+    HANDLE h = CreateFileW(g.companyFile.c_str(), GENERIC_READ,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return false;
+    std::string text;
+    char buffer[65536];
+    DWORD got = 0;
+    while (ReadFile(h, buffer, sizeof buffer, &got, nullptr) && got > 0) text.append(buffer, got);
+    CloseHandle(h);
+    pelmark::sim::Company company;
+    if (!company.LoadText(text).ok()) return false;
+    g.company = std::move(company);
+    g.stamp = stamp;
+    return true;
+}
+
+bool CompanyFileChanged() {
+    WIN32_FILE_ATTRIBUTE_DATA now = {};
+    if (!GetFileAttributesExW(g.companyFile.c_str(), GetFileExInfoStandard, &now)) return false;
+    return CompareFileTime(&now.ftLastWriteTime, &g.stamp.ftLastWriteTime) != 0 ||
+           now.nFileSizeLow != g.stamp.nFileSizeLow || now.nFileSizeHigh != g.stamp.nFileSizeHigh;
+}
+
+// The window of a stored transaction, as QuickBooks lays it out for the kind.
+std::optional<WindowSpec> SpecFromCompany(const Kind& kind, const std::string& txnID) {
+    auto txn = pelmark::sim::ReadTxnForScreen(g.company, kind.companyKind, txnID);
+    if (!txn) return std::nullopt;
+    WindowSpec spec;
+    spec.kind = kind.key;
+    spec.title = kind.title;
+    spec.customer = Wide(txn->header.customer);
+    spec.cls = Wide(txn->header.className);
+    spec.templ = Wide(txn->header.templateName);
+    spec.date = Wide(txn->header.date);
+    spec.number = Wide(txn->header.number);
+    for (const pelmark::sim::ScreenLine& l : txn->lines)
+        spec.lines.push_back(
+            {{Wide(l.item), Wide(l.desc), Wide(l.quantity), Wide(l.rate), Wide(l.amount)}});
+    return spec;
+}
+
+// KIND:REFNUMBER, then settings as in --window.
+bool ParseOpen(const std::wstring& text, WindowSpec* spec) {
+    std::vector<std::wstring> parts = Split(text, L';');
+    size_t colon = parts[0].find(L':');
+    if (colon == std::wstring::npos || !g.company.IsLoaded()) return false;
+    const Kind* kind = FindKind(parts[0].substr(0, colon));
+    if (!kind) return false;
+    std::wstring ref = parts[0].substr(colon + 1);
+    std::string txnID = pelmark::sim::TxnIDByRefNumber(
+        g.company, kind->companyKind, pelmark::Utf8FromWide(ref.c_str(), ref.size()));
+    auto found = SpecFromCompany(*kind, txnID);
+    if (!found) return false;
+    *spec = std::move(*found);
+    return ParseSettings(parts, spec);
 }
 
 void WriteCount() {
@@ -203,6 +302,10 @@ HWND Label(HWND parent, const std::wstring& text, int x, int y, int w) {
 HWND Field(HWND parent, const std::wstring& text, int id, int x, int y, int w) {
     return Control(parent, L"EDIT", text, WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL, id, x, y, w, 21,
                    g.font);
+}
+
+int LineRows(const WindowSpec& s) {
+    return std::clamp(static_cast<int>(s.lines.size()), kMinLineRows, kMaxLineRows);
 }
 
 // The controls of a transaction window. Their creation order is the tab order: the customer
@@ -256,6 +359,7 @@ void BuildForm(HWND wnd, Form* form) {
     Field(wnd, L"", id++, 544, 110, 120);
 
     // The lines: a header row, then rows of cells.
+    const int rows = LineRows(s);
     static const wchar_t* const kColumns[] = {L"Item", L"Description", L"Qty", L"Rate", L"Amount"};
     static const int kWidths[] = {130, 316, 60, 120, 146};
     int top = 148;
@@ -265,19 +369,19 @@ void BuildForm(HWND wnd, Form* form) {
                 g.bold);
         x += kWidths[c] - 1;
     }
-    for (int r = 0; r < kLineRows; ++r) {
+    for (int r = 0; r < rows; ++r) {
         x = 12;
         for (int c = 0; c < 5; ++c) {
             std::wstring text = r < static_cast<int>(s.lines.size()) ? s.lines[r].cells[c] : L"";
             DWORD align = c >= 2 ? ES_RIGHT : ES_LEFT;
             Control(wnd, L"EDIT", text, WS_BORDER | WS_TABSTOP | ES_AUTOHSCROLL | align,
-                    kIdLineFirst + r * 10 + c, x, top + 19 + r * 21, kWidths[c], 22, g.font);
+                    LineCellId(r, c), x, top + 19 + r * kRowHeight, kWidths[c], 22, g.font);
             x += kWidths[c] - 1;
         }
     }
 
     // "Save & Close" is Alt+A in QuickBooks, "Save & New" Alt+S.
-    int by = top + 19 + kLineRows * 21 + 24;
+    int by = top + 19 + rows * kRowHeight + 24;
     Control(wnd, L"BUTTON", L"S&ave && Close", BS_PUSHBUTTON | WS_TABSTOP, kIdSaveClose, 460, by,
             104, 26, g.font);
     Control(wnd, L"BUTTON", L"&Save && New", BS_PUSHBUTTON | WS_TABSTOP, kIdSaveNew, 570, by, 104,
@@ -376,6 +480,8 @@ HMENU BuildMenu(HMENU* windowMenu) {
     return bar;
 }
 
+void ShowRequestedTransactions();
+
 LRESULT CALLBACK FrameProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
     switch (msg) {
         case WM_CREATE: {
@@ -397,6 +503,9 @@ LRESULT CALLBACK FrameProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
                 return 0;
             }
             break;
+        case WM_TIMER:
+            if (wParam == kDisplayTimer) ShowRequestedTransactions();
+            return 0;
         case WM_DESTROY:
             PostQuitMessage(0);
             return 0;
@@ -405,7 +514,7 @@ LRESULT CALLBACK FrameProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
 }
 
 bool ParseArgs(int argc, wchar_t** argv) {
-    std::wstring company = L"Company", version = L"pro2014";
+    std::wstring company, version = L"pro2014";
     for (int i = 1; i < argc; ++i) {
         std::wstring a = argv[i];
         if (i + 1 >= argc) return false;
@@ -418,14 +527,20 @@ bool ParseArgs(int argc, wchar_t** argv) {
             version = v;
         } else if (a == L"--count-file") {
             g.countFile = v;
-        } else if (a == L"--window") {
+        } else if (a == L"--window" || a == L"--open") {
             WindowSpec spec;
-            if (!ParseWindow(v, &spec)) return false;
+            if (!(a == L"--open" ? ParseOpen(v, &spec) : ParseWindow(v, &spec))) return false;
             g.windows.push_back(spec);
+        } else if (a == L"--company-file") {
+            g.companyFile = v;
+            if (!LoadCompany()) return false;
         } else {
             return false;
         }
     }
+    if (company.empty() && g.company.IsLoaded())
+        company = Wide(pelmark::sim::ChildText(g.company.CompanyInfo(), "CompanyName"));
+    if (company.empty()) company = L"Company";
     if (g.title.empty()) {
         const Version* found = nullptr;
         for (const Version& ver : kVersions)
@@ -451,7 +566,7 @@ void RegisterClasses() {
     wc.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_APPWORKSPACE + 1);
     RegisterClassExW(&wc);
 
-    wc.lpszClassName = L"FakeQbTxnForm";
+    wc.lpszClassName = kFormClass;
     wc.lpfnWndProc = FormProc;
     wc.hbrBackground = g.formBrush;
     RegisterClassExW(&wc);
@@ -459,12 +574,12 @@ void RegisterClasses() {
 
 HWND OpenForm(const WindowSpec& spec) {
     MDICREATESTRUCTW mcs = {};
-    mcs.szClass = L"FakeQbTxnForm";
+    mcs.szClass = kFormClass;
     mcs.szTitle = spec.title.c_str();
     mcs.hOwner = g.instance;
     mcs.x = mcs.y = CW_USEDEFAULT;
     mcs.cx = 812;
-    mcs.cy = 372;
+    mcs.cy = 372 + (LineRows(spec) - kMinLineRows) * kRowHeight;
     mcs.lParam = reinterpret_cast<LPARAM>(&spec);
     auto wnd = reinterpret_cast<HWND>(
         SendMessageW(g.client, WM_MDICREATE, 0, reinterpret_cast<LPARAM>(&mcs)));
@@ -473,6 +588,44 @@ HWND OpenForm(const WindowSpec& spec) {
     if (wnd && spec.maximized)
         SendMessageW(g.client, WM_MDIMAXIMIZE, reinterpret_cast<WPARAM>(wnd), 0);
     return wnd;
+}
+
+long LastDisplaySequence() {
+    long last = 0;
+    for (const pelmark::sim::DisplayRequest& r : g.company.DisplayRequests())
+        last = std::max(last, r.sequence);
+    return last;
+}
+
+// The windows showing a transaction of a kind and number: a display request replaces them.
+void CloseWindowsOf(const WindowSpec& spec) {
+    std::vector<HWND> doomed;
+    for (HWND w = GetWindow(g.client, GW_CHILD); w; w = GetWindow(w, GW_HWNDNEXT)) {
+        wchar_t cls[32] = {};
+        GetClassNameW(w, cls, 32);
+        if (std::wcscmp(cls, kFormClass) != 0) continue;
+        auto* form = reinterpret_cast<Form*>(GetWindowLongPtrW(w, GWLP_USERDATA));
+        if (form && form->spec.kind == spec.kind && form->spec.number == spec.number)
+            doomed.push_back(w);
+    }
+    for (HWND w : doomed) SendMessageW(g.client, WM_MDIDESTROY, reinterpret_cast<WPARAM>(w), 0);
+}
+
+// QuickBooks shows a transaction when an SDK program asks it to; qbsim records the request in
+// the company file, which is read again whenever it changed.
+void ShowRequestedTransactions() {
+    if (!CompanyFileChanged() || !LoadCompany()) return;
+    for (const pelmark::sim::DisplayRequest& r : g.company.DisplayRequests()) {
+        if (r.sequence <= g.lastDisplay) continue;
+        g.lastDisplay = r.sequence;
+        const Kind* kind = nullptr;
+        for (const Kind& k : kKinds)
+            if (r.txnType == k.companyKind) kind = &k;
+        std::optional<WindowSpec> spec = kind ? SpecFromCompany(*kind, r.txnID) : std::nullopt;
+        if (!spec) continue;
+        CloseWindowsOf(*spec);
+        OpenForm(*spec);
+    }
 }
 
 }  // namespace
@@ -506,6 +659,10 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
     if (!g.frame) return 1;
     ShowWindow(g.frame, SW_SHOW);
     for (const WindowSpec& spec : g.windows) OpenForm(spec);
+    if (!g.companyFile.empty()) {
+        g.lastDisplay = LastDisplaySequence();
+        SetTimer(g.frame, kDisplayTimer, kDisplayPollMs, nullptr);
+    }
     UpdateWindow(g.frame);
     SetForegroundWindow(g.frame);
 

@@ -1,0 +1,121 @@
+// The sort run end to end under Wine: pelmark-cli.exe sort against the fake QuickBooks showing a
+// transaction of a company file, with qbcom answering for QuickBooks from the same file. Until
+// pelmark-cli.exe has a sort command these tests skip.
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "wine/screenshot_win.h"
+#include "wine/sortRig_win.h"
+
+namespace pelmark::test {
+namespace {
+
+// Set once a run answered "unknown command", so that the other tests skip without setting up.
+bool g_noSortCommand = false;
+
+#define SKIP_WITHOUT_SORT_COMMAND(result)                                           \
+    if ((result).UnknownCommand()) {                                                \
+        g_noSortCommand = true;                                                     \
+        GTEST_SKIP() << "pelmark-cli.exe has no sort command: " << (result).output; \
+    }
+
+struct SortEndToEndTest : ::testing::Test {
+    void SetUp() override {
+        if (g_noSortCommand) GTEST_SKIP() << "pelmark-cli.exe has no sort command";
+    }
+};
+
+bool LessNoCase(const std::string& a, const std::string& b) {
+    return _stricmp(a.c_str(), b.c_str()) < 0;
+}
+
+std::string Joined(const std::vector<std::string>& items) {
+    std::string text;
+    for (const std::string& i : items) text += i + " | ";
+    return text;
+}
+
+TEST_F(SortEndToEndTest, EachKindIsSortedByItemWithNothingLostAndShownAgain) {
+    const SortRig::Options cases[] = {
+        {"invoice", "3001"},
+        {"estimate", "E-102"},
+        {"salesorder", "SO-503"},
+        {"salesreceipt", "R-9001"},
+    };
+    for (const SortRig::Options& c : cases) {
+        SCOPED_TRACE(c.kind + " " + c.refNumber);
+        SortRig rig(c);
+        ASSERT_NE(rig.quickBooks()->main(), nullptr);
+        ASSERT_FALSE(
+            std::is_sorted(rig.itemsBefore().begin(), rig.itemsBefore().end(), LessNoCase));
+        if (c.kind == "invoice") TakeScreenshot("sort-invoice-before");
+
+        CommandResult r = rig.RunCli("yes");
+        SKIP_WITHOUT_SORT_COMMAND(r);
+        ASSERT_FALSE(r.timedOut) << r.output;
+        EXPECT_EQ(r.exitCode, 0u) << r.output;
+        EXPECT_GE(rig.quickBooks()->SaveCount(), 1);
+
+        const std::vector<std::string> items = rig.Items();
+        EXPECT_TRUE(std::is_sorted(items.begin(), items.end(), LessNoCase)) << Joined(items);
+        EXPECT_EQ(rig.LineTuples(), rig.tuplesBefore());
+        EXPECT_TRUE(rig.Displayed());
+        // QuickBooks shows it again, in the new order.
+        auto shown = [&] {
+            return FakeQbProgram::ShownItems(rig.quickBooks()->TrnsWindow(rig.windowTitle()));
+        };
+        EXPECT_TRUE(WaitUntil([&] { return shown() == items; }, 5000)) << Joined(shown());
+        if (c.kind == "invoice") TakeScreenshot("sort-invoice-after");
+    }
+}
+
+// Runs that must stop before the company file is touched, with the words they stop with and the
+// Save & Close keystrokes QuickBooks received (-1: QuickBooks is not there to count them).
+struct Refusal {
+    const char* what;
+    void (*arrange)(SortRig::Options&);
+    const char* words;
+    int saves;
+};
+const Refusal kRefusals[] = {
+    {"no QuickBooks window", [](SortRig::Options& o) { o.quickBooksRunning = false; },
+     "No customer or Transaction Window found or is not open or is hidden", -1},
+    {"two kinds open",
+     [](SortRig::Options& o) {
+         o.moreArgs = {"--open", "estimate:E-102"};
+     },
+     "Multiple transaction screens are up", 0},
+    // 61 rounds 300 ms apart: about 18 seconds.
+    {"a window that will not close", [](SortRig::Options& o) { o.openSettings = ";stubborn"; },
+     "Cannot save transaction", 61},
+    {"QuickBooks not running", [](SortRig::Options& o) { o.registered = false; },
+     "QBXMLRP2.RequestProcessor) is not installed", 0},
+};
+
+TEST_F(SortEndToEndTest, RefusedRunsSayWhyAndLeaveTheCompanyAsItWas) {
+    for (const Refusal& c : kRefusals) {
+        SCOPED_TRACE(c.what);
+        SortRig::Options o("invoice", "3001");
+        c.arrange(o);
+        SortRig rig(o);
+        if (o.quickBooksRunning) {
+            ASSERT_NE(rig.quickBooks()->main(), nullptr);
+        }
+        CommandResult r = rig.RunCli("no");
+        SKIP_WITHOUT_SORT_COMMAND(r);
+        ASSERT_FALSE(r.timedOut) << r.output;
+        EXPECT_NE(r.exitCode, 0u) << r.output;
+        EXPECT_NE(r.output.find(c.words), std::string::npos) << r.output;
+        if (c.saves >= 0) {
+            EXPECT_EQ(rig.quickBooks()->SaveCount(), c.saves);
+        }
+        EXPECT_TRUE(rig.CompanyUnchanged());
+    }
+}
+
+}  // namespace
+}  // namespace pelmark::test
