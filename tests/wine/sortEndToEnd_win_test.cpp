@@ -40,15 +40,15 @@ std::string Joined(const std::vector<std::string>& items) {
 }
 
 TEST_F(SortEndToEndTest, EachKindIsSortedByItemWithNothingLostAndShownAgain) {
-    const SortRig::Options cases[] = {
+    const DesktopSortRig::Options cases[] = {
         {"invoice", "3001"},
         {"estimate", "E-102"},
         {"salesorder", "SO-503"},
         {"salesreceipt", "R-9001"},
     };
-    for (const SortRig::Options& c : cases) {
+    for (const DesktopSortRig::Options& c : cases) {
         SCOPED_TRACE(c.kind + " " + c.refNumber);
-        SortRig rig(c);
+        DesktopSortRig rig(c);
         ASSERT_NE(rig.quickBooks()->main(), nullptr);
         ASSERT_FALSE(
             std::is_sorted(rig.itemsBefore().begin(), rig.itemsBefore().end(), LessNoCase));
@@ -77,31 +77,31 @@ TEST_F(SortEndToEndTest, EachKindIsSortedByItemWithNothingLostAndShownAgain) {
 // Save & Close keystrokes QuickBooks received (-1: QuickBooks is not there to count them).
 struct Refusal {
     const char* what;
-    void (*arrange)(SortRig::Options&);
+    void (*arrange)(DesktopSortRig::Options&);
     const char* words;
     int saves;
 };
 const Refusal kRefusals[] = {
-    {"no QuickBooks window", [](SortRig::Options& o) { o.quickBooksRunning = false; },
+    {"no QuickBooks window", [](DesktopSortRig::Options& o) { o.quickBooksRunning = false; },
      "No customer or Transaction Window found or is not open or is hidden", -1},
     {"two kinds open",
-     [](SortRig::Options& o) {
+     [](DesktopSortRig::Options& o) {
          o.moreArgs = {"--open", "estimate:E-102"};
      },
      "Multiple transaction screens are up", 0},
     // 61 rounds 300 ms apart: about 18 seconds.
-    {"a window that will not close", [](SortRig::Options& o) { o.openSettings = ";stubborn"; },
+    {"a window that will not close", [](DesktopSortRig::Options& o) { o.openSettings = ";stubborn"; },
      "Cannot save transaction", 61},
-    {"QuickBooks not running", [](SortRig::Options& o) { o.registered = false; },
+    {"QuickBooks not running", [](DesktopSortRig::Options& o) { o.registered = false; },
      "QBXMLRP2.RequestProcessor) is not installed", 0},
 };
 
 TEST_F(SortEndToEndTest, RefusedRunsSayWhyAndLeaveTheCompanyAsItWas) {
     for (const Refusal& c : kRefusals) {
         SCOPED_TRACE(c.what);
-        SortRig::Options o("invoice", "3001");
+        DesktopSortRig::Options o("invoice", "3001");
         c.arrange(o);
-        SortRig rig(o);
+        DesktopSortRig rig(o);
         if (o.quickBooksRunning) {
             ASSERT_NE(rig.quickBooks()->main(), nullptr);
         }

@@ -139,7 +139,7 @@ CommandResult RunCommand(const std::wstring& commandLine, int timeoutMs) {
     return result;
 }
 
-SortRig::SortRig(const Options& options) {
+DesktopSortRig::DesktopSortRig(const Options& options) {
     const RigKind* kind = nullptr;
     for (const RigKind& k : kRigKinds)
         if (options.kind == k.key) kind = &k;
@@ -177,19 +177,19 @@ SortRig::SortRig(const Options& options) {
     }
 }
 
-SortRig::~SortRig() {
+DesktopSortRig::~DesktopSortRig() {
     qb_.reset();
     UnregisterQbCom();
 }
 
-CommandResult SortRig::RunCli(const std::string& answer, int timeoutMs) const {
+CommandResult DesktopSortRig::RunCli(const std::string& answer, int timeoutMs) const {
     std::wstring cmd = QuoteArg(WindowsPath(PELMARK_CLI_EXE)) + L" sort --settings " +
                        QuoteArg(WideFromUtf8(settingsPath_)) + L" --data-dir " +
                        QuoteArg(WideFromUtf8(dataDir_)) + L" --answer " + WideFromUtf8(answer);
     return RunCommand(cmd, timeoutMs);
 }
 
-std::vector<std::string> SortRig::Items() const {
+std::vector<std::string> DesktopSortRig::Items() const {
     std::vector<std::string> items;
     auto txn = sim::ReadTxnForScreen(LoadCompany(companyPath_), companyKind_, txnID_);
     if (txn)
@@ -197,7 +197,7 @@ std::vector<std::string> SortRig::Items() const {
     return items;
 }
 
-std::vector<std::string> SortRig::LineTuples() const {
+std::vector<std::string> DesktopSortRig::LineTuples() const {
     sim::Company company = LoadCompany(companyPath_);
     std::vector<std::string> tuples;
     const std::string lineRet = companyKind_ + "LineRet";
@@ -208,11 +208,11 @@ std::vector<std::string> SortRig::LineTuples() const {
     return tuples;
 }
 
-bool SortRig::CompanyUnchanged() const {
+bool DesktopSortRig::CompanyUnchanged() const {
     return ReadBytes(companyPath_) == original_;
 }
 
-bool SortRig::Displayed() const {
+bool DesktopSortRig::Displayed() const {
     for (const sim::DisplayRequest& r : LoadCompany(companyPath_).DisplayRequests())
         if (r.sequence > lastDisplay_ && r.txnType == companyKind_ && r.txnID == txnID_)
             return true;

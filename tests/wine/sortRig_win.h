@@ -26,7 +26,7 @@ struct CommandResult {
 // Runs a command line with no input and waits for it, at most `timeoutMs`.
 CommandResult RunCommand(const std::wstring& commandLine, int timeoutMs);
 
-class SortRig {
+class DesktopSortRig {
   public:
     struct Options {
         Options(std::string kind_, std::string refNumber_)
@@ -38,10 +38,10 @@ class SortRig {
         bool quickBooksRunning = true;      // fakeqb is started
         bool registered = true;             // qbcom is registered on the copy
     };
-    explicit SortRig(const Options& options);
-    ~SortRig();
-    SortRig(const SortRig&) = delete;
-    SortRig& operator=(const SortRig&) = delete;
+    explicit DesktopSortRig(const Options& options);
+    ~DesktopSortRig();
+    DesktopSortRig(const DesktopSortRig&) = delete;
+    DesktopSortRig& operator=(const DesktopSortRig&) = delete;
 
     // pelmark-cli.exe sort --settings FILE --data-dir DIR --answer ANSWER
     CommandResult RunCli(const std::string& answer, int timeoutMs = 180000) const;
