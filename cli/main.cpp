@@ -2,6 +2,7 @@
 // simulated desktop, or on Windows against live QuickBooks and the real screen.
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -159,7 +160,8 @@ bool PrepareDataFolder(FileSystem& fs, const Args& args, const std::string& data
     const std::string ini = AddBackslash(dataDir) + "Pelmark.ini";
     std::string from = args.settings;
     if (from.empty() && !fs.Exists(ini)) from = AddBackslash(args.samples) + "Pelmark.ini";
-    if (!from.empty()) {
+    std::error_code same;
+    if (!from.empty() && !std::filesystem::equivalent(from, ini, same)) {
         FileResult r = fs.Copy(from, ini);
         if (!r.ok()) return Fail("cannot copy the settings file " + from + ": " + r.error);
     }
