@@ -16,7 +16,13 @@ void ShowStatus(App& app, const std::string& text) {
     if (app.statusHook) app.statusHook(text);
 }
 
-bool LoadMainForm(App&) { return false; }
+// Stand-in until the form load is merged: the settings stage only.
+bool LoadMainForm(App& app) {
+    ShowStatus(app, "Getting Ini and Map files");
+    ReadIni(app, app.frmMain);
+    ShowStatus(app, "Load Complete Exiting ");
+    return true;
+}
 bool CmdGo(App&) { return false; }
 void CmdStop(App& app) {
     app.run.stopRequested = true;

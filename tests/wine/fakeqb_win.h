@@ -3,8 +3,11 @@
 
 #include <windows.h>
 
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "wine/program_win.h"
 
 namespace pelmark::test {
 
@@ -23,8 +26,7 @@ class FakeQbProgram {
     int SaveCount() const;
 
   private:
-    PROCESS_INFORMATION process_ = {};
-    HANDLE job_ = nullptr;
+    std::unique_ptr<TestProgram> program_;
     HWND main_ = nullptr;
     std::wstring countFile_;
 };
