@@ -4,6 +4,12 @@
 #include <initializer_list>
 #include <string>
 
+#include "app/context.h"
+#include "app/run.h"
+#include "app/settings.h"
+#include "app/text.h"
+#include "screen/WindowsStuff.h"
+
 namespace pelmark::ui {
 
 namespace {
@@ -273,6 +279,79 @@ Form MakeMainFormModel() {
     b.NoFrame();
 
     return form;
+}
+
+int MainControlId(const Form& form, const std::string& name, int index) {
+    const Control* c = form.Find(name, index);
+    if (c == nullptr) return 0;
+    return kFirstControlId + static_cast<int>(c - form.controls().data());
+}
+
+namespace {
+
+// txtLinesMax: how many lines the grid holds, a whole number.
+std::optional<std::string> CheckLinesMax(const std::string& text) {
+    std::string reason;
+    if (ValidateField(text, FieldLimits{1, 9999, false, true}, &reason)) return std::nullopt;
+    return std::string("Invalid number. Must be between ") + "1" + "-" + "9999" + " " + reason;
+}
+
+struct FieldCheck {
+    const char* name;
+    std::optional<std::string> (*check)(const std::string&);
+};
+constexpr FieldCheck kFieldChecks[] = {
+    {"txtBlankLines", CheckBlankLines},
+    {"txtDebugLevel", CheckDebugLevel},
+    {"txtLinesMax", CheckLinesMax},
+};
+
+const FieldCheck* FindFieldCheck(const std::string& name) {
+    for (const FieldCheck& f : kFieldChecks) {
+        if (EqualsNoCase(name, f.name)) return &f;
+    }
+    return nullptr;
+}
+
+// A saved coordinate must bring the form back onto the screen.
+std::string SavedScreenPos(int pos, int extent) {
+    return pos < 0 || (extent > 0 && pos >= extent) ? "0" : std::to_string(pos);
+}
+
+}  // namespace
+
+std::optional<std::string> CheckMainField(const std::string& name, const std::string& text) {
+    const FieldCheck* f = FindFieldCheck(name);
+    return f ? f->check(text) : std::nullopt;
+}
+
+bool HasFieldCheck(const std::string& name) {
+    return FindFieldCheck(name) != nullptr;
+}
+
+void CmdSave(App& app, const FormPlacement& placement) {
+    Form& form = app.frmMain;
+    Control* left = form.Find("lblScreenLeft");
+    Control* top = form.Find("lblScreenTop");
+    if (placement.small) {
+        left->caption = std::to_string(placement.left);
+        top->caption = std::to_string(placement.top);
+    }
+    left->caption =
+        SavedScreenPos(static_cast<int>(LeadingNumber(left->caption)), placement.screenWidth);
+    top->caption =
+        SavedScreenPos(static_cast<int>(LeadingNumber(top->caption)), placement.screenHeight);
+    SaveSettings(app, {&form});
+    ShowStatus(app, "Settings Saved");
+}
+
+void DoAlwaysOnTop(App& app, std::uintptr_t form, int left, int top, int width, int height) {
+    const screen::WindowRect rect{left, top, width, height};
+    if (app.frmMain.Checked("chkAlwaysOnTop")) {
+        screen::MakeTopMost(app, form, rect);
+    } else {
+        screen::MakeNotTopMost(app, form, rect);
+    }
 }
 
 }  // namespace pelmark::ui

@@ -3,27 +3,13 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "app/wideText.h"
 #include "fakeqb/fakeqb.h"
 
 namespace pelmark::test {
 namespace {
-
-// A named CALLBACK, not a lambda: 32-bit Windows calls it with the stdcall convention.
-BOOL CALLBACK MatchMainWindow(HWND wnd, LPARAM param) {
-    wchar_t cls[32] = {};
-    GetClassNameW(wnd, cls, 32);
-    if (std::wstring(cls) != L"MauiFrame" || !IsWindowVisible(wnd)) return TRUE;
-    *reinterpret_cast<HWND*>(param) = wnd;
-    return FALSE;
-}
-
-HWND FindMainWindow(DWORD threadId) {
-    HWND found = nullptr;
-    EnumThreadWindows(threadId, MatchMainWindow, reinterpret_cast<LPARAM>(&found));
-    return found;
-}
 
 // A window's text by WM_GETTEXT, which Windows carries across processes (GetWindowText does not
 // ask another program's controls).
@@ -36,13 +22,6 @@ std::string TextOf(HWND wnd) {
 }
 
 }  // namespace
-
-std::wstring WindowsPath(std::string path) {
-    if (!path.empty() && path[0] == '/') path = "Z:" + path;
-    for (char& c : path)
-        if (c == '/') c = '\\';
-    return WideFromUtf8(path);
-}
 
 std::wstring QuoteArg(const std::wstring& arg) {
     // Backslashes are literal except before a quote.
@@ -86,35 +65,24 @@ FakeQbProgram::FakeQbProgram(const std::vector<std::string>& args) {
     GetTempFileNameW(temp, L"fqb", 0, file);
     countFile_ = file;
 
-    std::wstring exe = WindowsPath(PELMARK_FAKEQB_EXE);
-    std::wstring cmd = QuoteArg(exe) + L" --count-file " + QuoteArg(countFile_);
-    for (const std::string& a : args) cmd += L" " + QuoteArg(WideFromUtf8(a));
-
-    job_ = MakeKillOnCloseJob();
-    STARTUPINFOW si = {};
-    si.cb = sizeof si;
-    if (!CreateProcessW(exe.c_str(), cmd.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr,
-                        nullptr, &si, &process_))
-        return;
-    if (job_) AssignProcessToJobObject(job_, process_.hProcess);
-    ResumeThread(process_.hThread);
+    std::vector<std::string> all = {"--count-file"};
+    int n = WideCharToMultiByte(CP_UTF8, 0, file, -1, nullptr, 0, nullptr, nullptr);
+    std::string countFile(static_cast<size_t>(n > 0 ? n - 1 : 0), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, file, -1, countFile.data(), n, nullptr, nullptr);
+    all.push_back(countFile);
+    all.insert(all.end(), args.begin(), args.end());
+    program_ = std::make_unique<TestProgram>(PELMARK_FAKEQB_EXE, all);
     // The first program started in a Wine prefix can take seconds.
     for (int waited = 0; waited < 30000 && !main_; waited += 50) {
-        if (WaitForSingleObject(process_.hProcess, 0) == WAIT_OBJECT_0) return;
-        main_ = FindMainWindow(process_.dwThreadId);
+        if (program_->Ended(0)) return;
+        main_ = program_->FindWindowOfClass(L"MauiFrame");
         if (!main_) Sleep(50);
     }
-    if (main_) WaitForInputIdle(process_.hProcess, 5000);
+    if (main_) program_->WaitForIdle(5000);
 }
 
 FakeQbProgram::~FakeQbProgram() {
-    if (process_.hProcess) {
-        TerminateProcess(process_.hProcess, 0);
-        WaitForSingleObject(process_.hProcess, 5000);
-        CloseHandle(process_.hThread);
-        CloseHandle(process_.hProcess);
-    }
-    if (job_) CloseHandle(job_);
+    program_.reset();
     DeleteFileW(countFile_.c_str());
 }
 

@@ -5,14 +5,14 @@
 #include <windows.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "wine/program_win.h"
+
 namespace pelmark::test {
 
-// A path of the build (a Unix path under Wine) as Windows programs take it: Wine maps the Unix
-// root to drive Z:.
-std::wstring WindowsPath(std::string path);
 // One argument quoted the way CommandLineToArgvW and the C runtime undo it.
 std::wstring QuoteArg(const std::wstring& arg);
 // A job that ends its processes when its handle is closed, so that a test binary that dies
@@ -40,8 +40,7 @@ class FakeQbProgram {
     static std::vector<std::string> ShownItems(HWND trnsWnd);
 
   private:
-    PROCESS_INFORMATION process_ = {};
-    HANDLE job_ = nullptr;
+    std::unique_ptr<TestProgram> program_;
     HWND main_ = nullptr;
     std::wstring countFile_;
 };

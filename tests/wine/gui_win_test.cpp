@@ -1,0 +1,466 @@
+// pelmark.exe under Wine as a person uses it: started on a prepared settings file, looked at in
+// both states, changed with the mouse and the keyboard, and saved.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ui/frmMain.h"
+#include "wine/program_win.h"
+#include "wine/screenshot_win.h"
+
+namespace pelmark::test {
+namespace {
+
+using ui::MainControlId;
+
+std::string Utf8(const std::wstring& w) {
+    int n = WideCharToMultiByte(CP_UTF8, 0, w.data(), static_cast<int>(w.size()), nullptr, 0,
+                                nullptr, nullptr);
+    std::string s(static_cast<size_t>(n), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, w.data(), static_cast<int>(w.size()), s.data(), n, nullptr,
+                        nullptr);
+    return s;
+}
+
+// WM_GETTEXT, which reaches the text of a control of another process (GetWindowText does not).
+std::string TextOf(HWND h) {
+    LRESULT n = SendMessageW(h, WM_GETTEXTLENGTH, 0, 0);
+    std::wstring text(static_cast<size_t>(n) + 1, L'\0');
+    n = SendMessageW(h, WM_GETTEXT, static_cast<WPARAM>(n + 1),
+                     reinterpret_cast<LPARAM>(text.data()));
+    text.resize(static_cast<size_t>(n));
+    return Utf8(text);
+}
+
+bool WaitFor(const std::function<bool()>& done, int ms = 5000) {
+    for (int waited = 0; waited < ms; waited += 50) {
+        if (done()) return true;
+        Sleep(50);
+    }
+    return done();
+}
+
+// ---- Real input ---------------------------------------------------------------------------
+
+void Send(std::vector<INPUT> inputs) {
+    SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
+    Sleep(150);
+}
+
+void ClickAt(int x, int y) {
+    SetCursorPos(x, y);
+    Sleep(50);
+    INPUT down = {}, up = {};
+    down.type = up.type = INPUT_MOUSE;
+    down.mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    up.mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    Send({down, up});
+}
+
+// Clicks a control at a fraction of its width and height (the middle by default).
+void Click(HWND h, double fx = 0.5, double fy = 0.5) {
+    RECT r{};
+    GetWindowRect(h, &r);
+    ClickAt(r.left + static_cast<int>((r.right - r.left) * fx),
+            r.top + static_cast<int>((r.bottom - r.top) * fy));
+}
+
+// The first tab of a tab strip ("Sort"): its caption sits in the strip's top left corner.
+void ClickFirstTab(HWND tabs) {
+    RECT r{};
+    GetWindowRect(tabs, &r);
+    ClickAt(r.left + 20, r.top + 10);
+}
+
+INPUT KeyInput(WORD vk, bool up) {
+    INPUT in = {};
+    in.type = INPUT_KEYBOARD;
+    in.ki.wVk = vk;
+    in.ki.dwFlags = up ? KEYEVENTF_KEYUP : 0;
+    return in;
+}
+
+void Key(WORD vk, WORD modifier = 0) {
+    std::vector<INPUT> keys;
+    if (modifier) keys.push_back(KeyInput(modifier, false));
+    keys.push_back(KeyInput(vk, false));
+    keys.push_back(KeyInput(vk, true));
+    if (modifier) keys.push_back(KeyInput(modifier, true));
+    Send(keys);
+}
+
+void Type(const std::string& text) {
+    std::vector<INPUT> keys;
+    for (wchar_t c : Wide(text)) {
+        for (bool up : {false, true}) {
+            INPUT in = {};
+            in.type = INPUT_KEYBOARD;
+            in.ki.wScan = c;
+            in.ki.dwFlags = KEYEVENTF_UNICODE | (up ? KEYEVENTF_KEYUP : 0);
+            keys.push_back(in);
+        }
+    }
+    Send(keys);
+}
+
+// Replaces a field's text as a user does: click into it, select the text, type.
+void Retype(HWND field, const std::string& text) {
+    Click(field);
+    Key(VK_END);
+    Key(VK_HOME, VK_SHIFT);
+    Type(text);
+}
+
+// ---- The program --------------------------------------------------------------------------
+
+std::map<std::string, std::string> ReadSettings(const std::wstring& path) {
+    std::map<std::string, std::string> values;
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return values;
+    std::string text(1 << 20, '\0');
+    DWORD got = 0;
+    ReadFile(h, text.data(), static_cast<DWORD>(text.size()), &got, nullptr);
+    CloseHandle(h);
+    text.resize(got);
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find("\r\n", start);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(start, end - start);
+        size_t eq = line.find('=');
+        if (eq != std::string::npos) values[line.substr(0, eq)] = line.substr(eq + 1);
+        start = end + 2;
+    }
+    return values;
+}
+
+void WriteFileText(const std::wstring& path, const std::string& text) {
+    HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD put = 0;
+    WriteFile(h, text.data(), static_cast<DWORD>(text.size()), &put, nullptr);
+    CloseHandle(h);
+}
+
+// A message box of the program, if one is up: its text, and the window.
+struct Box {
+    HWND wnd = nullptr;
+    std::string text;
+};
+
+BOOL CALLBACK MatchBox(HWND wnd, LPARAM param) {
+    wchar_t cls[16] = {};
+    GetClassNameW(wnd, cls, 16);
+    if (std::wstring(cls) != L"#32770" || !IsWindowVisible(wnd)) return TRUE;
+    auto* box = reinterpret_cast<Box*>(param);
+    box->wnd = wnd;
+    box->text = TextOf(GetDlgItem(wnd, 0xFFFF));  // the message text's static control
+    return FALSE;
+}
+
+// pelmark.exe on a data folder of its own: Windows' "Public" folder is where the program's
+// folder rules put its shared data folder, so the test points that at a folder it made.
+class Gui {
+  public:
+    explicit Gui(const std::string& settings) {
+        wchar_t temp[MAX_PATH] = {};
+        GetTempPathW(MAX_PATH, temp);
+        public_ = std::wstring(temp) + L"pelmark-gui";
+        std::wstring dir = public_;
+        for (const wchar_t* part : {L"", L"\\Documents", L"\\Corvalt", L"\\Pelmark"}) {
+            dir += part;
+            CreateDirectoryW(dir.c_str(), nullptr);
+        }
+        ini_ = dir + L"\\Pelmark.ini";
+        WriteFileText(ini_, settings);
+        program_ = std::make_unique<TestProgram>(
+            PELMARK_GUI_EXE, std::vector<std::string>{},
+            std::vector<std::pair<std::string, std::string>>{{"Public", Utf8(public_)}});
+        // Start-up may ask questions (QuickBooks is not installed here): each is answered
+        // Yes, to go on, and kept for the test to look at.
+        WaitFor(
+            [&] {
+                if (Box box = CurrentBox(); box.wnd != nullptr) {
+                    startupBoxes.push_back(box.text);
+                    Answer(box, IDYES);
+                }
+                main = program_->FindWindowOfClass(L"PelmarkMainForm");
+                return main != nullptr || program_->Ended(0);
+            },
+            60000);
+        program_->WaitForIdle(5000);
+        if (main != nullptr) SetForegroundWindow(main);
+    }
+
+    HWND Control(const std::string& name, int index = -1) const {
+        return GetDlgItem(main, MainControlId(model, name, index));
+    }
+    bool Checked(const std::string& name, int index = -1) const {
+        return SendMessageW(Control(name, index), BM_GETCHECK, 0, 0) == BST_CHECKED;
+    }
+    std::wstring SettingsPath() const { return ini_; }
+    const TestProgram& program() const { return *program_; }
+
+    Box CurrentBox() const {
+        Box box;
+        EnumThreadWindows(program_->threadId(), MatchBox, reinterpret_cast<LPARAM>(&box));
+        return box;
+    }
+    Box WaitForBox() const {
+        Box box;
+        WaitFor([&] { return (box = CurrentBox()).wnd != nullptr; });
+        return box;
+    }
+    // Presses the button as a click would; Yes where there is no such button means OK.
+    static void Answer(const Box& box, int button) {
+        HWND b = GetDlgItem(box.wnd, button);
+        if (b == nullptr) {
+            button = IDOK;
+            b = GetDlgItem(box.wnd, IDOK);
+        }
+        PostMessageW(box.wnd, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                     reinterpret_cast<LPARAM>(b));
+        WaitFor([&] { return !IsWindow(box.wnd); });
+    }
+
+    HWND Focused() const {
+        GUITHREADINFO info = {};
+        info.cbSize = sizeof info;
+        GetGUIThreadInfo(program_->threadId(), &info);
+        return info.hwndFocus;
+    }
+    RECT Rect() const {
+        RECT r{};
+        GetWindowRect(main, &r);
+        return r;
+    }
+
+    const ui::Form model = ui::MakeMainFormModel();
+    HWND main = nullptr;
+    std::vector<std::string> startupBoxes;
+
+  private:
+    std::wstring public_, ini_;
+    std::unique_ptr<TestProgram> program_;
+};
+
+const char* const kSettings =
+    ";Ver=1.0.1\r\n"
+    "[frmMain]\r\n"
+    "cboSortField(0)=Class\r\n"
+    "cboSortField(1)=Qty\r\n"
+    "chkSortDesc(1)=1\r\n"
+    "optBlankLinesAfter=True\r\n"
+    "txtBlankLines=2\r\n"
+    "cboTotalsItem=Freight Subtotal\r\n"
+    "lstOptionsInternal=1,8\r\n"
+    "lblTimeProDelay=250\r\n"
+    "chkAlwaysOnTop=1\r\n"
+    "chkEUAAccepted=1\r\n"
+    "txtDebugLevel=1\r\n"
+    "lblScreenLeft=120\r\n"
+    "lblScreenTop=90\r\n"
+    "[]\r\n";
+
+// A picture of the screen with the mouse out of the way, so that no tip covers the form.
+void Shot(const std::string& name) {
+    SetCursorPos(1270, 1010);
+    Sleep(300);
+    TakeScreenshot(name);
+}
+
+bool IsTopMost(HWND h) {
+    return (GetWindowLongPtrW(h, GWL_EXSTYLE) & WS_EX_TOPMOST) != 0;
+}
+
+// A field that refuses its text: the message shows, OK returns the focus to the field.
+void ExpectRefused(Gui& gui, const char* field, const std::string& text,
+                   const std::string& message) {
+    Retype(gui.Control(field), text);
+    Key(VK_TAB);
+    Box box = gui.WaitForBox();
+    ASSERT_NE(box.wnd, nullptr) << field << "=" << text;
+    EXPECT_EQ(box.text, message);
+    Key(VK_RETURN);
+    EXPECT_TRUE(WaitFor([&] { return !IsWindow(box.wnd); }));
+    EXPECT_TRUE(WaitFor([&] { return gui.Focused() == gui.Control(field); })) << field;
+}
+
+TEST(GuiTest, ShowsTheSavedSettingsAndSavesWhatIsClickedAndTyped) {
+    Gui gui(kSettings);
+    ASSERT_NE(gui.main, nullptr) << "pelmark.exe showed no main window";
+    for (const std::string& text : gui.startupBoxes)
+        std::printf("start-up asked: %s\n", text.c_str());
+
+    // Every control of the model stands in the window, with its caption.
+    for (const ui::Control& c : gui.model.controls()) {
+        HWND h = gui.Control(c.name, c.index);
+        ASSERT_NE(h, nullptr) << c.name << "(" << c.index << ")";
+        if (c.kind == ui::ControlKind::CheckBox || c.kind == ui::ControlKind::OptionButton ||
+            c.kind == ui::ControlKind::Frame || c.kind == ui::ControlKind::CommandButton) {
+            EXPECT_EQ(TextOf(h), c.caption) << c.name << "(" << c.index << ")";
+        }
+    }
+
+    // The saved values, in the small form at the saved position, on top as saved.
+    RECT small = gui.Rect();
+    EXPECT_EQ(small.left, 120);
+    EXPECT_EQ(small.top, 90);
+    EXPECT_TRUE(IsTopMost(gui.main));
+    EXPECT_EQ(TextOf(gui.Control("cboSortField", 0)), "Class");
+    EXPECT_EQ(TextOf(gui.Control("cboSortField", 1)), "Qty");
+    EXPECT_EQ(SendMessageW(gui.Control("cboSortField", 2), CB_GETCOUNT, 0, 0),
+              static_cast<LRESULT>(ui::SortFieldVocabulary({}).size()));
+    EXPECT_TRUE(gui.Checked("chkSortDesc", 1));
+    EXPECT_FALSE(gui.Checked("chkSortDesc", 0));
+    EXPECT_TRUE(gui.Checked("optBlankLinesAfter"));
+    EXPECT_FALSE(gui.Checked("optBlankLinesNone"));
+    EXPECT_EQ(TextOf(gui.Control("txtBlankLines")), "2");
+    EXPECT_EQ(TextOf(gui.Control("cboTotalsItem")), "Freight Subtotal");
+    EXPECT_EQ(TextOf(gui.Control("lblTimeProDelay")), "250");
+    HWND internal = gui.Control("lstOptionsInternal");
+    for (int k : {0, 1, 8}) EXPECT_EQ(SendMessageW(internal, LB_GETSEL, k, 0) > 0, k != 0) << k;
+    EXPECT_TRUE(IsWindowVisible(gui.Control("lstMsgs")));
+    EXPECT_FALSE(IsWindowVisible(gui.Control("chkSortDesc", 0)));
+    Shot("gui-small");
+
+    // Expand: the settings show, the small form's position is kept in the labels.
+    Click(gui.Control("cmdExpand"));
+    ASSERT_TRUE(WaitFor([&] { return TextOf(gui.Control("cmdExpand")) == "Collapse"; }));
+    RECT expanded = gui.Rect();
+    EXPECT_EQ(expanded.left, 120);
+    EXPECT_GT(expanded.right - expanded.left, small.right - small.left);
+    EXPECT_GT(expanded.bottom - expanded.top, small.bottom - small.top);
+    EXPECT_TRUE(IsWindowVisible(gui.Control("chkSortDesc", 0)));
+    EXPECT_EQ(TextOf(gui.Control("lblScreenLeft")), "120");
+    Shot("gui-expanded-sort");
+    // The other pages, through the tab strip and the arrow keys.
+    HWND tabs = gui.Control("SSTab1");
+    ClickFirstTab(tabs);
+    Key(VK_RIGHT);
+    EXPECT_TRUE(WaitFor([&] { return IsWindowVisible(gui.Control("lblTimeProDelay")); }));
+    Shot("gui-expanded-options");
+    // The up-down's upper half raises the label it sets.
+    Click(gui.Control("UpDownlblTimeProDelay"), 0.5, 0.25);
+    EXPECT_TRUE(WaitFor([&] { return TextOf(gui.Control("lblTimeProDelay")) == "251"; }));
+    ClickFirstTab(tabs);  // back on the first page, with the focus on the tab strip
+    Key(VK_RIGHT);
+    Key(VK_RIGHT);
+    EXPECT_TRUE(WaitFor([&] { return IsWindowVisible(gui.Control("grdLines")); }));
+    Shot("gui-expanded-lines");
+    // Always on top: off with a click, on again with the next.
+    Click(gui.Control("chkAlwaysOnTop"), 0.05);
+    EXPECT_TRUE(WaitFor([&] { return !IsTopMost(gui.main); }));
+    Click(gui.Control("chkAlwaysOnTop"), 0.05);
+    EXPECT_TRUE(WaitFor([&] { return IsTopMost(gui.main); }));
+    ExpectRefused(gui, "txtLinesMax", "abc", "Invalid number. Must be between 1-9999 Not numeric");
+    Retype(gui.Control("txtLinesMax"), "300");
+    ClickFirstTab(tabs);
+    // Wine's tab strip, clicked after an edit box had the focus, takes the focus but not always
+    // the page: the arrow keys bring the first page in either case.
+    Key(VK_LEFT);
+    Key(VK_LEFT);
+    ASSERT_TRUE(WaitFor([&] { return IsWindowVisible(gui.Control("chkSortDesc", 0)); }));
+
+    // Changes through the mouse and the keyboard.
+    Click(gui.Control("chkSortDesc", 0), 0.05);
+    EXPECT_TRUE(WaitFor([&] { return gui.Checked("chkSortDesc", 0); }));
+    Click(gui.Control("cboSortField", 2));
+    Type("D");
+    Key(VK_RETURN);
+    EXPECT_TRUE(WaitFor([&] { return TextOf(gui.Control("cboSortField", 2)) == "Desc"; }));
+    Click(gui.Control("optBlankLinesBefore"), 0.05);
+    EXPECT_TRUE(WaitFor([&] { return gui.Checked("optBlankLinesBefore"); }));
+    EXPECT_FALSE(gui.Checked("optBlankLinesAfter"));
+
+    // The numeric fields refuse what is not a number in their range.
+    ExpectRefused(gui, "txtBlankLines", "12",
+                  "Invalid number. Must be between 0-9 Out of valid Range");
+    ExpectRefused(gui, "txtBlankLines", "x", "Invalid number. Must be between 0-9 Not numeric");
+    Retype(gui.Control("txtBlankLines"), "3");
+    Key(VK_TAB);
+    Sleep(300);
+    EXPECT_EQ(gui.CurrentBox().wnd, nullptr) << gui.CurrentBox().text;
+    EXPECT_NE(gui.Focused(), gui.Control("txtBlankLines"));
+    ClickFirstTab(tabs);
+    Key(VK_RIGHT);
+    ExpectRefused(gui, "txtDebugLevel", "-1", "Invalid -1");
+    Retype(gui.Control("txtDebugLevel"), "2");
+
+    // Save while expanded keeps the small form's position.
+    Click(gui.Control("cmdSave"));
+    EXPECT_TRUE(WaitFor([&] { return TextOf(gui.Control("lblStatus")) == "Settings Saved"; }));
+    std::map<std::string, std::string> saved = ReadSettings(gui.SettingsPath());
+    const std::map<std::string, std::string> want = {
+        {"chkSortDesc(0)", "1"},
+        {"chkSortDesc(1)", "1"},
+        {"cboSortField(0)", "Class"},
+        {"cboSortField(2)", "Desc"},
+        {"optBlankLinesBefore", "True"},
+        {"optBlankLinesAfter", "False"},
+        {"txtBlankLines", "3"},
+        {"txtDebugLevel", "2"},
+        {"txtLinesMax", "300"},
+        {"lblTimeProDelay", "251"},
+        {"cboTotalsItem", "Freight Subtotal"},
+        {"lstOptionsInternal", "1,8"},
+        {"chkAlwaysOnTop", "1"},
+        {"lblScreenLeft", "120"},
+        {"lblScreenTop", "90"},
+    };
+    for (const auto& [key, value] : want) EXPECT_EQ(saved[key], value) << key;
+
+    // Collapse goes back to the small form's place; a save off the screen keeps "0".
+    Click(gui.Control("cmdExpand"));
+    ASSERT_TRUE(WaitFor([&] { return TextOf(gui.Control("cmdExpand")) == "Expand"; }));
+    RECT collapsed = gui.Rect();
+    EXPECT_EQ(collapsed.left, 120);
+    EXPECT_EQ(collapsed.top, 90);
+    EXPECT_EQ(collapsed.right - collapsed.left, small.right - small.left);
+    EXPECT_FALSE(IsWindowVisible(gui.Control("chkSortDesc", 0)));
+    // The user drags the form half off the left edge of the screen.
+    SetWindowPos(gui.main, nullptr, -60, 70, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+    Click(gui.Control("cmdSave"));
+    EXPECT_TRUE(WaitFor([&] { return ReadSettings(gui.SettingsPath())["lblScreenTop"] == "70"; }));
+    saved = ReadSettings(gui.SettingsPath());
+    EXPECT_EQ(saved["lblScreenLeft"], "0");
+    EXPECT_EQ(saved["lblScreenTop"], "70");
+
+    // Sort gives the Sort button back when the run is over.
+    Click(gui.Control("cmdGo"));
+    EXPECT_TRUE(WaitFor([&] { return IsWindowEnabled(gui.Control("cmdGo")) != FALSE; }, 30000));
+    for (Box box = gui.CurrentBox(); box.wnd != nullptr; box = gui.CurrentBox()) {
+        Gui::Answer(box, IDYES);
+    }
+
+    // The close box ends the program.
+    PostMessageW(gui.main, WM_CLOSE, 0, 0);
+    DWORD code = 99;
+    EXPECT_TRUE(gui.program().Ended(10000, &code));
+    EXPECT_EQ(code, 0u);
+}
+
+TEST(GuiTest, EndAsksFirstAndEndsTheProgramOnYes) {
+    Gui gui(kSettings);
+    ASSERT_NE(gui.main, nullptr) << "pelmark.exe showed no main window";
+    Click(gui.Control("cmdEnd"));
+    Box box = gui.WaitForBox();
+    if (box.wnd == nullptr) GTEST_SKIP() << "End asked nothing: the End command is a stub here";
+    EXPECT_EQ(box.text, "Are you sure you want to exit?");
+    Gui::Answer(box, IDNO);
+    EXPECT_FALSE(gui.program().Ended(500));
+    Click(gui.Control("cmdEnd"));
+    box = gui.WaitForBox();
+    ASSERT_NE(box.wnd, nullptr);
+    Gui::Answer(box, IDYES);
+    EXPECT_TRUE(gui.program().Ended(10000));
+}
+
+}  // namespace
+}  // namespace pelmark::test
