@@ -28,6 +28,7 @@ struct Seams {
     FileSystem* files = nullptr;
     qb::QbTransport* qbTransport = nullptr;  // QuickBooks, or qbsim standing in for it
     screen::Desktop* desktop = nullptr;      // the Windows desktop, or the simulated one
+    Launcher* launcher = nullptr;            // programs, folders and web pages started
 };
 
 struct App {

@@ -38,6 +38,12 @@ class StdFileSystem : public FileSystem {
         ss << in.rdbuf();
         return ss.str();
     }
+    std::optional<std::uintmax_t> FileSize(const std::string& path) override {
+        std::error_code ec;
+        std::uintmax_t size = fs::file_size(fs::path(path), ec);
+        if (ec) return std::nullopt;
+        return size;
+    }
     FileResult WriteAll(const std::string& path, const std::string& data) override {
         return detail::PlatformWriteFile(path, data, false);
     }

@@ -1,4 +1,5 @@
-// Clock, event pump, environment and file writing on POSIX systems (the portable build).
+// Clock, event pump, environment, file writing and the launcher on POSIX systems (the portable
+// build).
 #include <unistd.h>
 #include <cerrno>
 #include <chrono>
@@ -51,7 +52,20 @@ class PosixEnvironment : public Environment {
     }
 };
 
+// The forms that start programs and open web pages exist only on Windows.
+class NoLauncher : public Launcher {
+  public:
+    LaunchResult Open(const std::string& target, const std::string&) override {
+        return {false, "cannot start " + target + ": there is no shell on this system"};
+    }
+};
+
 }  // namespace
+
+Launcher& RealLauncher() {
+    static NoLauncher l;
+    return l;
+}
 
 Clock& RealClock() {
     static PosixClock c;

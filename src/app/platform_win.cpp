@@ -1,10 +1,14 @@
-// Clock, event pump, environment and file writing on Windows.
+// Clock, event pump, environment, file writing and the shell's launcher on Windows.
 #include <windows.h>
+
+#include <objbase.h>  // after windows.h, whose types these use
+#include <shellapi.h>
 
 #include <string>
 
 #include "app/platform_detail.h"
 #include "app/seams.h"
+#include "app/wideText.h"
 
 namespace pelmark {
 namespace {
@@ -65,7 +69,35 @@ std::string SystemMessage(DWORD code) {
     return s;
 }
 
+class ShellLauncher : public Launcher {
+  public:
+    LaunchResult Open(const std::string& target, const std::string& parameters) override {
+        // The shell may hand the request to a COM handler (a browser, Explorer) and asks for
+        // an apartment-threaded caller.
+        HRESULT com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+        std::wstring file = WideFromUtf8(target), args = WideFromUtf8(parameters);
+        SetLastError(ERROR_SUCCESS);
+        INT_PTR started = reinterpret_cast<INT_PTR>(
+            ShellExecuteW(nullptr, nullptr, file.c_str(), args.empty() ? nullptr : args.c_str(),
+                          nullptr, SW_SHOWNORMAL));
+        DWORD e = GetLastError();
+        if (SUCCEEDED(com)) CoUninitialize();
+        if (started > 32) return {};
+        // ShellExecute answers with a small error number (SE_ERR_FNF is ERROR_FILE_NOT_FOUND);
+        // the thread's last error is more precise when it was set.
+        DWORD code = e != ERROR_SUCCESS ? e : static_cast<DWORD>(started);
+        std::string call = "ShellExecuteW(" + target + (parameters.empty() ? "" : " " + parameters);
+        return {false,
+                call + ") failed, code " + std::to_string(code) + ": " + SystemMessage(code)};
+    }
+};
+
 }  // namespace
+
+Launcher& RealLauncher() {
+    static ShellLauncher l;
+    return l;
+}
 
 Clock& RealClock() {
     static WinClock c;

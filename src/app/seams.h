@@ -1,6 +1,7 @@
 // The narrow interfaces behind which all platform access of the application core sits.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -101,6 +102,8 @@ class FileSystem {
     virtual bool Exists(const std::string& path) = 0;
     virtual bool IsDirectory(const std::string& path) = 0;
     virtual std::optional<std::string> ReadAll(const std::string& path) = 0;
+    // The size in bytes of a plain file; nothing when it is missing or not a file.
+    virtual std::optional<std::uintmax_t> FileSize(const std::string& path) = 0;
     virtual FileResult WriteAll(const std::string& path, const std::string& data) = 0;
     virtual FileResult Append(const std::string& path, const std::string& data) = 0;
     virtual FileResult Remove(const std::string& path) = 0;
@@ -111,12 +114,27 @@ class FileSystem {
     virtual std::vector<std::string> ListFiles(const std::string& folder) = 0;
 };
 
+struct LaunchResult {
+    bool ok = true;
+    std::string error;  // the failing call, its target and the system's words
+};
+
+// Starts programs and opens folders, documents and web addresses as the shell does.
+class Launcher {
+  public:
+    virtual ~Launcher() = default;
+    // `target` is a program, document, folder or address; `parameters` its command line.
+    virtual LaunchResult Open(const std::string& target, const std::string& parameters) = 0;
+};
+
 // The real implementations of this platform (platform_win.cpp or platform_posix.cpp).
 Clock& RealClock();
 EventPump& RealEventPump();
 Environment& RealEnvironment();
 Registry& RealRegistry();  // the Windows registry, or an empty in-memory one elsewhere
 FileSystem& RealFileSystem();
+// ShellExecuteW on Windows; elsewhere a launcher that refuses (there is no shell to ask).
+Launcher& RealLauncher();
 // Full path of the running program's file.
 std::string RunningProgramPath();
 

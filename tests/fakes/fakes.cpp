@@ -19,6 +19,14 @@ int ScriptedPrompter::Show(const std::string& text, int style, const std::string
     return a;
 }
 
+LaunchResult RecordingLauncher::Open(const std::string& target, const std::string& parameters) {
+    started.push_back({target, parameters});
+    ++calls;
+    if (failOnCall != 0 && static_cast<int>(started.size()) == failOnCall)
+        return {false, "injected failure starting " + target};
+    return {};
+}
+
 LocalTime FakeClock::Now() {
     LocalTime t = date_;
     long long s = static_cast<long long>(seconds_);
@@ -98,6 +106,7 @@ std::string TempDir::Read(const std::string& name) const {
 }
 
 TestApp::TestApp() : app(Seams{&prompter, &events, &clock, &env, &registry, &files}) {
+    app.sys.launcher = &launcher;
     app.folders.data = dir.path();
     app.folders.program = dir.path();
     app.folders.exeName = "pelmark_tests";

@@ -1,6 +1,7 @@
 // Test doubles for the seams, and TestApp: an App on fakes with a fresh data folder of its own.
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <filesystem>
 #include <map>
@@ -29,6 +30,19 @@ class ScriptedPrompter : public Prompter {
 
   private:
     std::deque<int> script_;
+};
+
+// Records what would be started; the Nth start (from 1; 0: none) fails.
+class RecordingLauncher : public Launcher {
+  public:
+    struct Started {
+        std::string target, parameters;
+        bool operator==(const Started&) const = default;
+    };
+    LaunchResult Open(const std::string& target, const std::string& parameters) override;
+    std::vector<Started> started;  // every start asked for, the failed one too
+    std::atomic<int> calls{0};     // for a test's other thread to wait on
+    int failOnCall = 0;
 };
 
 // A clock that moves only when told to (or by the sleeps it is asked for).
@@ -65,6 +79,9 @@ class FaultyFileSystem : public FileSystem {
     bool Exists(const std::string& p) override { return real().Exists(p); }
     bool IsDirectory(const std::string& p) override { return real().IsDirectory(p); }
     std::optional<std::string> ReadAll(const std::string& p) override { return real().ReadAll(p); }
+    std::optional<std::uintmax_t> FileSize(const std::string& p) override {
+        return real().FileSize(p);
+    }
     FileResult WriteAll(const std::string& p, const std::string& d) override;
     FileResult Append(const std::string& p, const std::string& d) override;
     FileResult Remove(const std::string& p) override { return real().Remove(p); }
@@ -114,6 +131,7 @@ struct TestApp {
     MapEnvironment env;
     MemoryRegistry registry;
     FaultyFileSystem files;
+    RecordingLauncher launcher;
     TempDir dir;
     App app;
     // All lines of the debug log so far (empty when none was written).

@@ -1,0 +1,232 @@
+// The auxiliary forms' rules: splash and About texts, the agreement file, the size of the
+// company file, and what the folder links, support page and system information start.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "app/context.h"
+#include "app/text.h"
+#include "app/version.h"
+#include "fakes/fakes.h"
+#include "ui/auxForms.h"
+
+namespace pelmark::ui {
+namespace {
+
+using test::RecordingLauncher;
+using test::TempDir;
+using test::TestApp;
+
+// True when some debug line holds `text`.
+bool Traced(const TestApp& t, const std::string& text) {
+    for (const std::string& line : t.DebugLines())
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+TEST(AuxFormsTest, SplashShowsBuildPlatformAndWorkingFolder) {
+    struct Case {
+        const char* productName;
+        const char* version;
+        bool later;
+    } cases[] = {
+        {"Microsoft Windows XP", "5.1", false},
+        {"Microsoft Windows Server 2003", "5.2", false},
+        {"Windows Vista (TM) Business", "6.0", true},
+        {"Windows Server (R) 2008 Standard", "6.0", true},
+        {"Windows 7 Professional", "6.1", true},
+        {"Windows 10 Pro", "6.3", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.productName);
+        TestApp t;
+        t.app.folders.productName = c.productName;
+        t.app.folders.currentVersion = c.version;
+        SplashTexts s = MakeSplashTexts(t.app);
+        EXPECT_EQ(s.productName, "Pelmark Bld" + std::to_string(kVersionRevision));
+        EXPECT_EQ(s.company, "Corvalt");
+        EXPECT_EQ(s.platform,
+                  c.later ? "Windows 2003, XP, VISTA, 2008, Windows 7" : "Windows 2003, XP");
+        EXPECT_EQ(s.workingFolder, t.dir.path());
+    }
+}
+
+TEST(AuxFormsTest, AgreementFileFoundMissingAndAccepted) {
+    TestApp t;
+    TempDir program;
+    t.app.folders.program = program.path();
+    const std::string name = "EUA_Pelmark.txt";
+
+    // Missing: the form closes itself and nothing is accepted.
+    AgreementText missing = LoadAgreement(t.app);
+    EXPECT_FALSE(missing.found);
+    EXPECT_EQ(missing.fileName, program.File(name));
+    EXPECT_TRUE(Traced(t, "frm eua = file not found " + program.File(name)));
+    EXPECT_FALSE(t.app.frmMain.Checked("chkEUAAccepted"));
+
+    // In the data folder only; every line ends in CR LF, the last one too, whatever the file
+    // used, and a UTF-8 byte-order mark is not shown.
+    t.dir.Write(name, "\xEF\xBB\xBFPelmark End-User Agreement\n\n1. Use\r\n2. Caf\xC3\xA9");
+    AgreementText found = LoadAgreement(t.app);
+    EXPECT_TRUE(found.found);
+    EXPECT_EQ(found.fileName, t.dir.File(name));
+    EXPECT_EQ(found.text, "Pelmark End-User Agreement\r\n\r\n1. Use\r\n2. Caf\xC3\xA9\r\n");
+    EXPECT_TRUE(Traced(t, "frm eua = file found " + t.dir.File(name)));
+
+    // The copy beside the program comes first.
+    program.Write(name, "Program folder copy");
+    EXPECT_EQ(LoadAgreement(t.app).text, "Program folder copy\r\n");
+    // The same folder twice is looked in once.
+    t.app.folders.program = t.app.folders.data;
+    EXPECT_EQ(AgreementFileNames(t.app), std::vector<std::string>{t.dir.File(name)});
+
+    AcceptAgreement(t.app);
+    EXPECT_TRUE(t.app.frmMain.Checked("chkEUAAccepted"));
+    EXPECT_NE(t.dir.Read("Pelmark.ini").find("\r\nchkEUAAccepted=1\r\n"), std::string::npos)
+        << "accepted once: the answer is kept in the settings file at once";
+}
+
+TEST(AuxFormsTest, KilobyteSizesAndTransactionLogName) {
+    struct {
+        std::uintmax_t bytes;
+        const char* text;
+    } sizes[] = {
+        {0, "0K"},
+        {511, "0K"},
+        {512, "1K"},
+        {1536, "2K"},
+        {1023 * 1024, "1,023K"},
+        {999'999 * 1024ull, "999,999K"},
+        {1'000'000 * 1024ull, "1,000,000K"},
+        {1'234'567'890ull, "1,205,633K"},
+    };
+    for (const auto& s : sizes) EXPECT_EQ(FormatKilobytes(s.bytes), s.text) << s.bytes;
+
+    EXPECT_EQ(TransactionLogName("C:\\QB\\Rock Castle.QBW"), "C:\\QB\\Rock Castle.TLG");
+    EXPECT_EQ(TransactionLogName("C:\\QB.2014\\Company"), "C:\\QB.2014\\Company.TLG");
+    EXPECT_EQ(TransactionLogName("Company.qbw"), "Company.TLG");
+}
+
+TEST(AuxFormsTest, AboutTextsFoldersAndCompanyFile) {
+    TestApp t;
+    Folders& f = t.app.folders;
+    f.vista = true;
+    f.sharedData = Upper(t.dir.path());  // the data folder compares without regard to case
+    AboutTexts a = MakeAboutTexts(t.app);
+    EXPECT_EQ(a.caption, "About Pelmark");
+    EXPECT_EQ(a.version, "Version " + std::to_string(kVersionMajor) + "." +
+                             std::to_string(kVersionMinor) + " Build " +
+                             std::to_string(kVersionRevision));
+    EXPECT_EQ(a.programFolder, t.dir.path());
+    EXPECT_EQ(a.workingFolder, t.dir.path());
+    EXPECT_FALSE(a.unusualFolder);
+    // No session: no company file to measure.
+    EXPECT_EQ(a.companyFile, "frm About load - QB file not found");
+    EXPECT_EQ(a.qbwSize + a.tlgSize, "");
+    EXPECT_TRUE(Traced(t, "frm About load - QB file not found"));
+
+    // Before Vista the normal folder is the product folder.
+    f.vista = false;
+    f.product = "C:\\Program Files\\Corvalt\\Pelmark\\";
+    a = MakeAboutTexts(t.app);
+    EXPECT_TRUE(a.unusualFolder);
+    EXPECT_EQ(a.workingFolder, t.dir.path() + " WARNING. This is not the normal folder");
+
+    // A small company file without its log, then a large file with a large log (sparse).
+    t.app.qb.companyFileName = t.dir.File("Rock Castle.QBW");
+    t.dir.Write("Rock Castle.QBW", std::string(3000, 'x'));
+    a = MakeAboutTexts(t.app);
+    EXPECT_EQ(a.companyFile, t.app.qb.companyFileName);
+    EXPECT_EQ(a.qbwSize, "QBW Size 3K");
+    EXPECT_EQ(a.tlgSize, "");
+    EXPECT_FALSE(a.qbwLarge);
+
+    std::filesystem::resize_file(t.dir.File("Rock Castle.QBW"), kQbwLargeKB * 1024);
+    t.dir.Write("Rock Castle.TLG", "");
+    std::filesystem::resize_file(t.dir.File("Rock Castle.TLG"), kTlgLargeKB * 1024);
+    a = MakeAboutTexts(t.app);
+    EXPECT_EQ(a.qbwSize, "QBW Size 1,000,000K") << "at the limit is not yet large";
+    EXPECT_EQ(a.tlgSize, "TLG Size 500,000K");
+    std::filesystem::resize_file(t.dir.File("Rock Castle.QBW"), kQbwLargeKB * 1024 + 1024);
+    std::filesystem::resize_file(t.dir.File("Rock Castle.TLG"), kTlgLargeKB * 1024 + 1024);
+    a = MakeAboutTexts(t.app);
+    EXPECT_TRUE(a.qbwLarge && a.tlgLarge);
+    EXPECT_EQ(a.qbwSize, "QBW Size is large 1,000,001K");
+    EXPECT_EQ(a.tlgSize, "TLG Size is large 500,001K");
+    EXPECT_TRUE(Traced(t, "QBW Size is large 1,000,001K"));
+    EXPECT_TRUE(Traced(t, "TLG Size is large 500,001K"));
+}
+
+TEST(AuxFormsTest, FolderLinksAndWebPagesGoThroughTheLauncher) {
+    TestApp t;
+    t.app.qb.hostProductName = "QuickBooks Pro 2014 & Co";
+    EXPECT_TRUE(OpenFolder(t.app, "C:\\Program Files\\Corvalt\\Pelmark\\"));
+    EXPECT_TRUE(OpenSupportPage(t.app));
+    EXPECT_TRUE(OpenProductPage(t.app));
+    const std::vector<RecordingLauncher::Started> want = {
+        {"Explorer.exe", "/e, \"C:\\Program Files\\Corvalt\\Pelmark\\\""},
+        {"https://www.pelmark.example/support/?prod=Pelmark&ver=" + VersionText() +
+             "&extra=QuickBooks%20Pro%202014%20%26%20Co",
+         ""},
+        {"https://www.pelmark.example/", ""},
+    };
+    EXPECT_EQ(t.launcher.started, want);
+    EXPECT_TRUE(t.prompter.shown.empty());
+    EXPECT_EQ(UrlEncode("a-b_c.d~e/f?g=h\xC3\xA9"), "a-b_c.d~e%2Ff%3Fg%3Dh%C3%A9");
+
+    // A failed start is traced and told to the user; no launcher at all is a failure too.
+    t.launcher.failOnCall = 4;
+    EXPECT_FALSE(OpenFolder(t.app, "D:\\Data\\"));
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark");
+    EXPECT_NE(t.prompter.shown[0].text.find("Explorer.exe /e, \"D:\\Data\\\""), std::string::npos);
+    EXPECT_TRUE(Traced(t, "Launch failed injected failure starting Explorer.exe"));
+    t.app.sys.launcher = nullptr;
+    EXPECT_FALSE(OpenProductPage(t.app));
+    EXPECT_EQ(t.prompter.shown.size(), 2u);
+}
+
+TEST(AuxFormsTest, SystemInformationFromTheRegistry) {
+    const std::string msinfoKey = "SOFTWARE\\Microsoft\\Shared Tools\\MSINFO";
+    const std::string locationKey = "SOFTWARE\\Microsoft\\Shared Tools Location";
+    struct Case {
+        const char* name;
+        bool path, location, exeExists;
+        int failOnCall;
+        bool started;  // false: the unavailable message
+    } cases[] = {
+        {"path value", true, true, true, 0, true},
+        {"location with the program", false, true, true, 0, true},
+        {"location without the program", false, true, false, 0, false},
+        {"neither value", false, false, false, 0, false},
+        {"program that does not start", true, false, false, 1, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TestApp t;
+        const RegRoot hklm = RegRoot::LocalMachine;
+        const std::string tools = t.dir.path() + "Tools";
+        // The registry holds Windows paths: the program is the folder + "\MSINFO32.EXE" here
+        // too, which off Windows is one file name.
+        const std::string exe = tools + "\\MSINFO32.EXE";
+        if (c.path) RegWriteValue(t.registry, hklm, msinfoKey, "PATH", kRegSz, "C:\\MSINFO.EXE");
+        if (c.location)
+            RegWriteValue(t.registry, hklm, locationKey, "MSINFO", kRegSz, tools + "\\");
+        std::filesystem::create_directory(tools);  // used on Windows only
+        if (c.exeExists) t.dir.Write("Tools\\MSINFO32.EXE", "");
+        t.launcher.failOnCall = c.failOnCall;
+
+        EXPECT_EQ(StartSysInfo(t.app), c.started);
+        if (c.started) {
+            ASSERT_EQ(t.launcher.started.size(), 1u);
+            EXPECT_EQ(t.launcher.started[0].target, c.path ? "C:\\MSINFO.EXE" : exe);
+            EXPECT_TRUE(t.prompter.shown.empty());
+        } else {
+            ASSERT_EQ(t.prompter.shown.size(), 1u) << "one message, not a second for the failure";
+            EXPECT_EQ(t.prompter.shown[0].text, "System Information Is Unavailable At This Time");
+        }
+    }
+}
+
+}  // namespace
+}  // namespace pelmark::ui
