@@ -37,6 +37,7 @@ int Run(App& app) {
         ui::CloseSplash(app);
         CloseWMsg(app, std::string(kProductName) + " cannot create its main window");
     }
+    ui::LoadOtherForms(app, form);
     LoadMainForm(app);
     ui::CloseSplash(app);
     ui::ShowMainWindow(app, form);
@@ -61,6 +62,7 @@ int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
     std::unique_ptr<screen::Desktop> desktop = screen::MakeWin32Desktop();
     Seams seams{prompter.get(),  &ui::MainWindowEventPump(), &RealClock(),    &RealEnvironment(),
                 &RealRegistry(), &RealFileSystem(),          transport.get(), desktop.get()};
+    seams.launcher = &RealLauncher();
     App app(seams);
     try {
         return Run(app);
