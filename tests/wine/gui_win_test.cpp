@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,6 +13,7 @@
 #include "ui/frmMain.h"
 #include "wine/program_win.h"
 #include "wine/screenshot_win.h"
+#include "wine/sortRig_win.h"
 
 namespace pelmark::test {
 namespace {
@@ -432,12 +434,16 @@ TEST(GuiTest, ShowsTheSavedSettingsAndSavesWhatIsClickedAndTyped) {
     EXPECT_EQ(saved["lblScreenLeft"], "0");
     EXPECT_EQ(saved["lblScreenTop"], "70");
 
-    // Sort gives the Sort button back when the run is over.
+    // Sort gives the Sort button back when the run is over (here QuickBooks is not there: every
+    // question the run asks is answered Yes).
     Click(gui.Control("cmdGo"));
-    EXPECT_TRUE(WaitFor([&] { return IsWindowEnabled(gui.Control("cmdGo")) != FALSE; }, 30000));
-    for (Box box = gui.CurrentBox(); box.wnd != nullptr; box = gui.CurrentBox()) {
-        Gui::Answer(box, IDYES);
-    }
+    EXPECT_TRUE(WaitFor(
+        [&] {
+            for (Box box = gui.CurrentBox(); box.wnd != nullptr; box = gui.CurrentBox())
+                Gui::Answer(box, IDYES);
+            return IsWindowEnabled(gui.Control("cmdGo")) != FALSE;
+        },
+        60000));
 
     // The close box ends the program.
     PostMessageW(gui.main, WM_CLOSE, 0, 0);
@@ -460,6 +466,57 @@ TEST(GuiTest, EndAsksFirstAndEndsTheProgramOnYes) {
     ASSERT_NE(box.wnd, nullptr);
     Gui::Answer(box, IDYES);
     EXPECT_TRUE(gui.program().Ended(10000));
+}
+
+// The whole job as a user meets it: QuickBooks (fakeqb, with qbcom answering for its SDK) shows a
+// transaction; Sort is pressed in Pelmark's window; the transaction is saved, closed, sorted,
+// written back and shown again.
+TEST(GuiTest, SortPressedInTheWindowSortsTheTransactionOpenInQuickBooks) {
+    const DesktopSortRig::Options kinds[] = {
+        {"invoice", "3001"}, {"estimate", "E-102"}, {"salesorder", "SO-503"},
+        {"salesreceipt", "R-9001"}};
+    for (const DesktopSortRig::Options& kind : kinds) {
+        SCOPED_TRACE(kind.kind);
+        DesktopSortRig rig(kind);
+        ASSERT_NE(rig.quickBooks()->main(), nullptr);
+        Gui gui(
+            ";Ver=1.0.1\r\n[frmMain]\r\ncboSortField(0)=Item Full Name\r\nchkEUAAccepted=1\r\n"
+            "chkCombineCFs=1\r\ntxtDebugLevel=5\r\n");
+        ASSERT_NE(gui.main, nullptr);
+        EXPECT_TRUE(gui.startupBoxes.empty()) << gui.startupBoxes.front();
+        if (kind.kind == "invoice") TakeScreenshot("gui-sort-before");
+
+        std::vector<std::string> asked;
+        Click(gui.Control("cmdGo"));
+        WaitFor([&] { return IsWindowEnabled(gui.Control("cmdGo")) == FALSE; }, 5000);
+        EXPECT_TRUE(WaitFor(
+            [&] {
+                if (Box box = gui.CurrentBox(); box.wnd != nullptr) {
+                    asked.push_back(box.text);
+                    Gui::Answer(box, IDNO);
+                }
+                return IsWindowEnabled(gui.Control("cmdGo")) != FALSE;
+            },
+            120000));
+        EXPECT_TRUE(asked.empty()) << asked.front();
+        EXPECT_EQ(TextOf(gui.Control("lblStatus")), "Sending Display Trans to QB");
+
+        const std::vector<std::string> items = rig.Items();
+        EXPECT_TRUE(std::is_sorted(items.begin(), items.end(), [](const auto& a, const auto& b) {
+            return _stricmp(a.c_str(), b.c_str()) < 0;
+        }));
+        EXPECT_EQ(rig.LineTuples(), rig.tuplesBefore());
+        EXPECT_TRUE(rig.Displayed());
+        EXPECT_TRUE(WaitFor(
+            [&] {
+                return FakeQbProgram::ShownItems(rig.quickBooks()->TrnsWindow(rig.windowTitle())) ==
+                       items;
+            },
+            10000));
+        if (kind.kind == "invoice") TakeScreenshot("gui-sort-after");
+        PostMessageW(gui.main, WM_CLOSE, 0, 0);
+        EXPECT_TRUE(gui.program().Ended(10000));
+    }
 }
 
 }  // namespace
