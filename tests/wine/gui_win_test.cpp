@@ -472,9 +472,10 @@ TEST(GuiTest, EndAsksFirstAndEndsTheProgramOnYes) {
 // transaction; Sort is pressed in Pelmark's window; the transaction is saved, closed, sorted,
 // written back and shown again.
 TEST(GuiTest, SortPressedInTheWindowSortsTheTransactionOpenInQuickBooks) {
-    const DesktopSortRig::Options kinds[] = {
-        {"invoice", "3001"}, {"estimate", "E-102"}, {"salesorder", "SO-503"},
-        {"salesreceipt", "R-9001"}};
+    const DesktopSortRig::Options kinds[] = {{"invoice", "3001"},
+                                             {"estimate", "E-102"},
+                                             {"salesorder", "SO-503"},
+                                             {"salesreceipt", "R-9001"}};
     for (const DesktopSortRig::Options& kind : kinds) {
         SCOPED_TRACE(kind.kind);
         DesktopSortRig rig(kind);
@@ -513,7 +514,12 @@ TEST(GuiTest, SortPressedInTheWindowSortsTheTransactionOpenInQuickBooks) {
                        items;
             },
             10000));
-        if (kind.kind == "invoice") TakeScreenshot("gui-sort-after");
+        if (kind.kind == "invoice") {
+            TakeScreenshot("gui-sort-after");
+            SetForegroundWindow(gui.main);
+            WaitFor([&] { return GetForegroundWindow() == gui.main; }, 2000);
+            TakeScreenshot("gui-sort-status");
+        }
         PostMessageW(gui.main, WM_CLOSE, 0, 0);
         EXPECT_TRUE(gui.program().Ended(10000));
     }
