@@ -1,11 +1,11 @@
-// qbsim, the QuickBooks stand-in: its answers to each request kind, custom-field writes, message
-// set rules, the company file (load checks, atomic save) and the transport and CLI around them.
+// qbsim, the QuickBooks stand-in: its answers to each request kind, the sales transactions (query
+// filters, Mod line lists and amounts, refused Mods, Add, TxnDisplayMod), custom-field writes,
+// message set rules, the company file (load checks, atomic save) and the transport and CLI.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <set>
 #include <string>
@@ -27,8 +27,18 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kSample = std::string(PELMARK_SOURCE_DIR) + "/samples/company.xml";
-const char* const kPrivateOwner =
-    "{6b063959-81b0-4622-85d6-f548c8ccb517}";  // lower case on purpose
+const std::string kClock = "2024-05-01T09:30:00-05:00";  // the sample's fixed clock
+const char* const kPrivateOwner = "{6b063959-81b0-4622-85d6-f548c8ccb517}";  // lower case
+const char* const kAttribute = "Attribute with specified name cannot be found.";
+// Sample transactions (tools/gen_sample_transactions.py writes them).
+const char* const kInv3001 = "1F0-1709557200";  // a payment applied, LinkedTxn
+const char* const kInv3002 = "200-1710162000";  // 200 lines
+const char* const kInv3003 = "2D0-1710766800";  // groups, blank and description-only lines
+const char* const kInv3004 = "2F0-1711371600";  // number 3004, shared with 300-1712581200
+const char* const kEst101 = "320-1709816400";   // subtotals, discounts, IDs out of order
+const char* const kEst102 = "380-1710421200";   // Color and Lot on its lines
+const char* const kSo501 = "3A0-1710939600";    // a line group
+const char* const kSo501Seq = "1711029600";
 
 // A small company with one invoice: two lines, a line group with a line inside it.
 const char* const kSmallCompany = R"(<?xml version="1.0"?>
@@ -76,21 +86,47 @@ std::string Line(const std::string& kind, const std::string& txnID, const std::s
     return "<TxnDataExtType>" + kind + "</TxnDataExtType><TxnID>" + txnID + "</TxnID>" +
            (lineID.empty() ? "" : "<TxnLineID>" + lineID + "</TxnLineID>");
 }
+std::string Query(const std::string& kind, const std::string& filter) {
+    return "<" + kind + "QueryRq>" + filter + "</" + kind + "QueryRq>";
+}
+std::string ModRq(const std::string& kind, const std::string& txnID, const std::string& sequence,
+                  const std::string& body) {
+    return "<" + kind + "ModRq><" + kind + "Mod><TxnID>" + txnID + "</TxnID><EditSequence>" +
+           sequence + "</EditSequence>" + body + "</" + kind + "Mod></" + kind + "ModRq>";
+}
 
-std::vector<std::string> Values(const qb::Response& r, const char* path) {
+// One value per returned object, joined by ", ".
+std::string Values(const qb::Response& r, const char* path) {
+    std::string out;
+    for (const qb::View& ret : r.Element().Children())
+        out += (out.empty() ? "" : ", ") + ret.GetValue(path);
+    return out;
+}
+
+// One word per line of a returned transaction: the item, "desc", "blank", or the group with its
+// lines' items.
+std::vector<std::string> LineWords(const qb::View& ret, const std::string& kind) {
     std::vector<std::string> out;
-    for (const qb::View& ret : r.Element().Children()) out.push_back(ret.GetValue(path));
+    for (const qb::View& c : ret.Children()) {
+        if (c.Name() == kind + "LineGroupRet") {
+            std::string word = "group " + c.GetValue("ItemGroupRef/FullName") + ":";
+            for (const qb::View& l : c.Children(kind + "LineRet"))
+                word += " " + l.GetValue("ItemRef/FullName");
+            out.push_back(word);
+        } else if (c.Name() == kind + "LineRet") {
+            out.push_back(c.Has("ItemRef") ? c.GetValue("ItemRef/FullName")
+                          : c.Has("Desc")  ? "desc"
+                                           : "blank");
+        }
+    }
     return out;
 }
 
 // Asks the processor and reads the answer with the program's own response parser. Every answer
-// is kept and checked against Intuit's reference when the test ends.
+// is kept and checked against Intuit's reference when the test ends (where it can be).
 class QbsimTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        LoadResult loaded = company.LoadFile(kSample);
-        ASSERT_TRUE(loaded.ok()) << loaded.ToString();
-    }
+    void SetUp() override { ASSERT_TRUE(company.LoadFile(kSample).ok()); }
 
     void TearDown() override {
 #ifndef _WIN32
@@ -98,7 +134,7 @@ class QbsimTest : public ::testing::Test {
             fs::path(PELMARK_SOURCE_DIR) / ".." / "shared" / "tools" / "qbxml_validate.py";
         if (answers_.empty() || !fs::exists(validator) ||
             std::system("python3 -c pass >/dev/null 2>&1") != 0) {
-            return;  // no validator here: the answers were still checked above
+            return;
         }
         test::TempDir dir;
         std::string command = "python3 '" + validator.string() + "' --responses";
@@ -127,6 +163,26 @@ class QbsimTest : public ::testing::Test {
     qb::Response AskOne(const std::string& request) {
         return Ask(MsgSet(request)).GetAt(0);
     }
+    // A transaction with its lines and custom fields, as the program asks for it.
+    qb::View Get(const std::string& kind, const std::string& txnID) {
+        return AskOne(Query(kind, "<TxnID>" + txnID +
+                                      "</TxnID><IncludeLineItems>true</IncludeLineItems>"
+                                      "<OwnerID>0</OwnerID>"))
+            .Detail()
+            .Child(kind + "Ret");
+    }
+    // Status 1 and 500 come with QuickBooks' severity and words.
+    static void ExpectStatusWords(const qb::Response& r, const std::string& what) {
+        if (r.StatusCode() == 1) {
+            EXPECT_EQ(r.StatusSeverity(), "Info") << what;
+            EXPECT_EQ(r.StatusMessage(),
+                      "A query request did not find a matching object in QuickBooks");
+        } else if (r.StatusCode() == 500) {
+            EXPECT_EQ(r.StatusSeverity(), "Warn") << what;
+            EXPECT_NE(r.StatusMessage().find("could not be found in QuickBooks"),
+                      std::string::npos);
+        }
+    }
 
     Company company;
     bool changed = false;
@@ -135,11 +191,11 @@ class QbsimTest : public ::testing::Test {
     std::vector<std::string> answers_;
 };
 
-// ---- Queries -----------------------------------------------------------------------------
+// ---- Lists --------------------------------------------------------------------------------
 
 using QbsimQuery = QbsimTest;
 
-TEST_F(QbsimQuery, HostCompanyAndCustomFieldDefinitions) {
+TEST_F(QbsimQuery, HostCompanyTemplatesTaxCodesAndCustomFieldDefinitions) {
     qb::Response host =
         Ask(MsgSet("<HostQueryRq requestID=\"0\"/>", "stopOnError", "1.0")).GetAt(0);
     EXPECT_EQ(host.StatusCode(), 0);
@@ -152,87 +208,74 @@ TEST_F(QbsimQuery, HostCompanyAndCustomFieldDefinitions) {
     EXPECT_FALSE(ret.Has("QBFileMode")) << "a qbXML 1.0 HostRet has no 3.0 elements";
     EXPECT_TRUE(AskOne("<HostQueryRq/>").Element().Has("HostRet/QBFileMode"));
 
+    const std::string owner = std::string("<OwnerID>") + kPrivateOwner + "</OwnerID>";
     EXPECT_FALSE(AskOne("<CompanyQueryRq/>").Element().Has("CompanyRet/DataExtRet"));
-    qb::Response priv = AskOne("<CompanyQueryRq><OwnerID>" + std::string(kPrivateOwner) +
-                               "</OwnerID></CompanyQueryRq>");
-    EXPECT_EQ(priv.Element().GetValue("CompanyRet/DataExtRet/DataExtName"), "FileID");
-
+    EXPECT_EQ(AskOne("<CompanyQueryRq>" + owner + "</CompanyQueryRq>")
+                  .Element()
+                  .GetValue("CompanyRet/DataExtRet/DataExtName"),
+              "FileID");
     // Without an owner only the custom fields, never another application's private data.
     EXPECT_EQ(Values(AskOne("<DataExtDefQueryRq/>"), "DataExtName"),
-              (std::vector<std::string>{"Net Weight", "Color", "Lot", "PO Ref", "Region"}));
-    EXPECT_EQ(Values(AskOne("<DataExtDefQueryRq><OwnerID>" + std::string(kPrivateOwner) +
-                            "</OwnerID></DataExtDefQueryRq>"),
-                     "DataExtName"),
-              (std::vector<std::string>{"FileID"}));
+              "Net Weight, Color, Lot, PO Ref, Region");
+    EXPECT_EQ(Values(AskOne("<DataExtDefQueryRq>" + owner + "</DataExtDefQueryRq>"), "DataExtName"),
+              "FileID");
     EXPECT_EQ(Values(AskOne("<DataExtDefQueryRq><AssignToObject>Customer</AssignToObject>"
                             "</DataExtDefQueryRq>"),
                      "DataExtName"),
-              (std::vector<std::string>{"Region"}));
+              "Region");
+
+    EXPECT_EQ(Values(AskOne("<TemplateQueryRq/>"), "TemplateType"),
+              "Invoice, Invoice, Estimate, SalesOrder, SalesReceipt, CreditMemo, PurchaseOrder");
+    EXPECT_EQ(Values(AskOne("<SalesTaxCodeQueryRq/>"), "Name"), "Tax, Non");  // "Out" inactive
+    qb::Response counted = AskOne("<CustomerQueryRq metaData=\"MetaDataOnly\"/>");
+    EXPECT_EQ(counted.RetCount(), 13);
+    EXPECT_TRUE(counted.Element().Children().empty());
+    EXPECT_EQ(AskOne("<PreferencesQueryRq/>").StatusCode(), 1030) << "known, but not answered";
 }
 
 TEST_F(QbsimQuery, CustomerFilters) {
     struct Case {
         const char* filter;
         int status;
-        std::vector<std::string> names;  // empty: only the count matters
-        std::size_t count;
+        const char* names;  // "#n": only the count, n, matters
     };
     const Case cases[] = {
-        {"", 0, {}, 13},  // Juniper School is inactive
-        {"<ActiveStatus>All</ActiveStatus>", 0, {}, 14},
-        {"<ActiveStatus>InactiveOnly</ActiveStatus>", 0, {"Juniper School"}, 1},
-        {"<FullName>baker hardware:STORE 12</FullName>", 0, {"Baker Hardware:Store 12"}, 1},
-        {"<FullName>Juniper School</FullName>", 0, {"Juniper School"}, 1},
-        {"<FullName>Keller Farms</FullName><FullName>Nobody</FullName>", 500, {"Keller Farms"}, 1},
-        {"<ListID>80000099-1</ListID>", 500, {}, 0},
-        {"<MaxReturned>2</MaxReturned>", 0, {"Baker Hardware", "Baker Hardware:Store 12"}, 2},
+        {"", 0, "#13"},  // Juniper School is inactive
+        {"<ActiveStatus>All</ActiveStatus>", 0, "#14"},
+        {"<ActiveStatus>InactiveOnly</ActiveStatus>", 0, "Juniper School"},
+        {"<FullName>baker hardware:STORE 12</FullName>", 0, "Baker Hardware:Store 12"},
+        {"<FullName>Juniper School</FullName>", 0, "Juniper School"},
+        {"<FullName>Keller Farms</FullName><FullName>Nobody</FullName>", 500, "Keller Farms"},
+        {"<ListID>80000099-1</ListID>", 500, ""},
+        {"<MaxReturned>2</MaxReturned>", 0, "Baker Hardware, Baker Hardware:Store 12"},
         {"<NameFilter><MatchCriterion>StartsWith</MatchCriterion><Name>grant</Name></NameFilter>",
          0,
-         {"Grant Builders", "Grant Builders:Lakeview Remodel",
-          "Grant Builders:Lakeview Remodel:Phase 2"},
-         3},
-        {"<NameFilter><MatchCriterion>Contains</MatchCriterion><Name>caf</Name></NameFilter>",
-         0,
-         {"Hollis Caf\xC3\xA9"},
-         1},
-        {"<NameFilter><MatchCriterion>EndsWith</MatchCriterion><Name>FARMS</Name></NameFilter>",
-         0,
-         {"Keller Farms"},
-         1},
-        {"<NameRangeFilter><FromName>D</FromName><ToName>F</ToName></NameRangeFilter>",
-         0,
-         {"Delgado, Maria", "Eastside Clinic"},
-         2},
+         "Grant Builders, Grant Builders:Lakeview Remodel, "
+         "Grant Builders:Lakeview Remodel:Phase 2"},
+        {"<NameFilter><MatchCriterion>Contains</MatchCriterion><Name>caf</Name></NameFilter>", 0,
+         "Hollis Caf\xC3\xA9"},
+        {"<NameFilter><MatchCriterion>EndsWith</MatchCriterion><Name>FARMS</Name></NameFilter>", 0,
+         "Keller Farms"},
+        {"<NameRangeFilter><FromName>D</FromName><ToName>F</ToName></NameRangeFilter>", 0,
+         "Delgado, Maria, Eastside Clinic"},
         {"<TotalBalanceFilter><Operator>GreaterThan</Operator><Amount>1000</Amount>"
          "</TotalBalanceFilter>",
          0,
-         {"Baker Hardware", "Cole Dental Lab", "Grant Builders", "Grant Builders:Lakeview Remodel",
-          "Grant Builders:Lakeview Remodel:Phase 2"},
-         5},
-        {"<FromModifiedDate>2024-01-01</FromModifiedDate>", 1, {}, 0},
-        {"<NameFilter><MatchCriterion>StartsWith</MatchCriterion><Name>zz</Name></NameFilter>",
-         1,
-         {},
-         0},
+         "Baker Hardware, Cole Dental Lab, Grant Builders, Grant Builders:Lakeview Remodel, "
+         "Grant Builders:Lakeview Remodel:Phase 2"},
+        {"<FromModifiedDate>2024-01-01</FromModifiedDate>", 1, ""},
+        {"<NameFilter><MatchCriterion>StartsWith</MatchCriterion><Name>zz</Name></NameFilter>", 1,
+         ""},
     };
     for (const Case& c : cases) {
         qb::Response r = AskOne(std::string("<CustomerQueryRq>") + c.filter + "</CustomerQueryRq>");
         EXPECT_EQ(r.StatusCode(), c.status) << c.filter;
-        std::vector<std::string> names = Values(r, "FullName");
-        EXPECT_EQ(names.size(), c.count) << c.filter;
-        if (!c.names.empty()) {
-            EXPECT_EQ(names, c.names) << c.filter;
+        if (c.names[0] == '#') {
+            EXPECT_EQ(r.Element().Children().size(), std::stoul(c.names + 1)) << c.filter;
+        } else {
+            EXPECT_EQ(Values(r, "FullName"), c.names) << c.filter;
         }
-        if (c.status == 1) {
-            EXPECT_EQ(r.StatusSeverity(), "Info");
-            EXPECT_EQ(r.StatusMessage(),
-                      "A query request did not find a matching object in QuickBooks");
-        }
-        if (c.status == 500) {
-            EXPECT_EQ(r.StatusSeverity(), "Warn");
-            EXPECT_NE(r.StatusMessage().find("could not be found in QuickBooks"),
-                      std::string::npos);
-        }
+        ExpectStatusWords(r, c.filter);
     }
 }
 
@@ -288,34 +331,487 @@ TEST_F(QbsimQuery, RestrictedUserGets3260UntilTheQueryIsLimited) {
         EXPECT_EQ(denied.StatusMessage(), "Insufficient permission level to perform this action.");
         EXPECT_TRUE(denied.Element().Children().empty());
     }
+    // The element list the program retries with.
     std::string retry = "<ItemQueryRq>";
     for (const char* e :
          {"Name", "FullName", "ListID", "Price", "Cost", "EditSequence", "PreferedVendor", "Desc",
           "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRetList", "SalesTaxCodeRef",
-          "SalesOrPurchase", "SalesAndPurchase", "AccountRef"}) {
+          "SalesOrPurchase", "SalesAndPurchase", "AccountRef"})
         retry += "<IncludeRetElement>" + std::string(e) + "</IncludeRetElement>";
-    }
     qb::Response items = AskOne(retry + "<OwnerID>0</OwnerID></ItemQueryRq>");
     EXPECT_EQ(items.StatusCode(), 0);
     EXPECT_GE(items.Element().Children().size(), 30u);
-    EXPECT_EQ(AskOne("<SalesTaxCodeQueryRq><IncludeRetElement>Name</IncludeRetElement>"
-                     "</SalesTaxCodeQueryRq>")
-                  .StatusCode(),
-              0);
+    EXPECT_EQ(
+        AskOne(Query("SalesTaxCode", "<IncludeRetElement>Name</IncludeRetElement>")).StatusCode(),
+        0);
     EXPECT_EQ(AskOne("<CustomerQueryRq/>").StatusCode(), 0) << "customers are not restricted";
 }
 
-TEST_F(QbsimQuery, TemplatesTaxCodesAndCounts) {
-    qb::Response templates = AskOne("<TemplateQueryRq/>");
-    EXPECT_EQ(Values(templates, "TemplateType"),
-              (std::vector<std::string>{"Invoice", "Invoice", "Estimate", "SalesOrder",
-                                        "SalesReceipt", "CreditMemo", "PurchaseOrder"}));
-    EXPECT_EQ(Values(AskOne("<SalesTaxCodeQueryRq/>"), "Name"),
-              (std::vector<std::string>{"Tax", "Non"}));  // "Out" is inactive
-    qb::Response counted = AskOne("<CustomerQueryRq metaData=\"MetaDataOnly\"/>");
-    EXPECT_EQ(counted.RetCount(), 13);
+// ---- Sales transactions -------------------------------------------------------------------
+
+using QbsimTxn = QbsimTest;
+
+TEST_F(QbsimTxn, FiltersSelectWhatQuickBooksWould) {
+    const std::string both3004 = "3004 3004";
+    struct Case {
+        const char* kind;
+        std::string filter;
+        int status;
+        std::string refs;  // RefNumbers returned, in order
+    };
+    const Case cases[] = {
+        {"Invoice", "<RefNumber>3004</RefNumber>", 0, both3004},
+        {"Invoice",
+         "<EntityFilter><FullName>grant builders</FullName></EntityFilter><RefNumberRangeFilter>"
+         "<FromRefNumber>3004</FromRefNumber><ToRefNumber>3004</ToRefNumber>"
+         "</RefNumberRangeFilter>",
+         0, both3004},
+        {"Invoice", "<EntityFilter><FullName>Grant Builders</FullName></EntityFilter>", 0,
+         both3004},
+        {"Invoice",
+         "<EntityFilter><FullNameWithChildren>Grant Builders</FullNameWithChildren></EntityFilter>",
+         0, "3003 " + both3004},
+        {"Invoice",
+         "<EntityFilter><ListIDWithChildren>8000000B-1609484400</ListIDWithChildren>"
+         "</EntityFilter>",
+         0, "3003 " + both3004},
+        {"Invoice", "<EntityFilter><ListID>8000000C-1609484400</ListID></EntityFilter>", 0, "3003"},
+        {"SalesOrder",
+         "<EntityFilter><FullNameWithChildren>Grant Builders:Lakeview Remodel"
+         "</FullNameWithChildren></EntityFilter>",
+         0, "SO-503"},
+        {"Invoice",
+         "<ModifiedDateRangeFilter><FromModifiedDate>2024-04-01</FromModifiedDate>"
+         "</ModifiedDateRangeFilter>",
+         0, "3003 3004 3005"},
+        {"Invoice",
+         "<ModifiedDateRangeFilter><FromModifiedDate>2024-03-12T16:45:00-05:00"
+         "</FromModifiedDate><ToModifiedDate>2024-03-25</ToModifiedDate>"
+         "</ModifiedDateRangeFilter>",
+         0, "3002 3004"},
+        {"Invoice",
+         "<TxnDateRangeFilter><FromTxnDate>2024-03-10</FromTxnDate><ToTxnDate>2024-03-20"
+         "</ToTxnDate></TxnDateRangeFilter>",
+         0, "3002 3003"},
+        {"Invoice", "<MaxReturned>2</MaxReturned>", 0, "3001 3002"},
+        {"Invoice",
+         "<RefNumberRangeFilter><FromRefNumber>3002</FromRefNumber><ToRefNumber>3004"
+         "</ToRefNumber></RefNumberRangeFilter>",
+         0, "3002 3003 " + both3004},
+        {"Estimate",
+         "<RefNumberFilter><MatchCriterion>EndsWith</MatchCriterion><RefNumber>-102</RefNumber>"
+         "</RefNumberFilter>",
+         0, "E-102"},
+        {"SalesReceipt",
+         "<RefNumberFilter><MatchCriterion>StartsWith</MatchCriterion><RefNumber>r-900"
+         "</RefNumber></RefNumberFilter>",
+         0, "R-9001 R-9002 R-9003"},
+        {"Invoice", "<PaidStatus>PaidOnly</PaidStatus>", 0, "3005"},
+        {"Estimate", "<RefNumber>e-101</RefNumber>", 0, "E-101"},
+        {"Estimate", "<RefNumberCaseSensitive>e-101</RefNumberCaseSensitive>", 1, ""},
+        {"Invoice", "<RefNumber>9999</RefNumber>", 1, ""},
+        {"Invoice",
+         "<TxnID>" + std::string(kInv3004) + "</TxnID><TxnID>FFF-1</TxnID><TxnID>" + kInv3001 +
+             "</TxnID>",
+         500, "3004 3001"},
+        {"Invoice", "<EntityFilter><FullName>Nobody</FullName></EntityFilter>", 500, ""},
+        {"Invoice",
+         "<TxnDateRangeFilter><FromTxnDate>2024-05-01</FromTxnDate><ToTxnDate>2024-04-01"
+         "</ToTxnDate></TxnDateRangeFilter>",
+         3030, ""},
+        {"Invoice", "<TxnDateRangeFilter><DateMacro>ThisMonth</DateMacro></TxnDateRangeFilter>",
+         531, "3001 3002 3003 3004 3004 3005"},
+        {"Invoice", "<TxnID></TxnID>", 3000, ""},
+    };
+    for (const Case& c : cases) {
+        qb::Response r = AskOne(Query(c.kind, c.filter));
+        EXPECT_EQ(r.StatusCode(), c.status) << c.filter;
+        std::string refs;
+        for (const qb::View& ret : r.Element().Children())
+            refs += (refs.empty() ? "" : " ") + ret.GetValue("RefNumber");
+        EXPECT_EQ(refs, c.refs) << c.filter;
+        ExpectStatusWords(r, c.filter);
+    }
+    EXPECT_FALSE(changed);
+}
+
+TEST_F(QbsimTxn, LinesGroupsAndCustomFieldsComeBackAsStored) {
+    qb::View inv = Get("Invoice", kInv3003);
+    EXPECT_EQ(LineWords(inv, "Invoice"),
+              (std::vector<std::string>{"Design Review", "blank", "desc",
+                                        "group Starter Kit: Widget Bracket 2in Bolt M6",
+                                        "group Service Bundle: Installation Labor", "desc",
+                                        "Subtotal", "10% Discount", "blank", "Cabinet Pull"}));
+    std::vector<qb::View> lines = inv.Children("InvoiceLineRet");
+    EXPECT_EQ(lines[1].Children().size(), 1u) << "a blank line holds only its TxnLineID";
+    EXPECT_EQ(lines[3].GetValue("Desc"), "Crew: two installers\nSchedule: mornings only");
+    EXPECT_EQ(Get("Invoice", kInv3002).Children("InvoiceLineRet").size(), 200u);
+
+    // Lines come in display order; their IDs do not increase.
+    std::vector<std::string> ids;
+    for (const qb::View& l : Get("Estimate", kEst101).Children("EstimateLineRet"))
+        ids.push_back(l.GetValue("TxnLineID"));
+    EXPECT_EQ(std::vector<std::string>(ids.begin(), ids.begin() + 3),
+              (std::vector<std::string>{"371-1709816400", "366-1709816400", "364-1709816400"}));
+
+    // Custom fields only for the owner asked, on lines and header alike; lines only when asked.
+    qb::View first = Get("Estimate", kEst102).Child("EstimateLineRet");
+    ASSERT_EQ(first.Children("DataExtRet").size(), 2u);
+    EXPECT_EQ(first.Children("DataExtRet")[1].GetValue("DataExtValue"), "L-2201");
+    EXPECT_EQ(Get("Estimate", kEst101).GetValue("DataExtRet/DataExtValue"), "EC-2024-03");
+    std::string bare =
+        AskOne(Query("Estimate", "<IncludeLineItems>true</IncludeLineItems>")).ToXMLString();
+    EXPECT_EQ(bare.find("DataExtRet"), std::string::npos);
+    EXPECT_FALSE(AskOne(Query("Estimate", "<RefNumber>E-102</RefNumber><OwnerID>0</OwnerID>"))
+                     .Element()
+                     .Has("EstimateRet/EstimateLineRet"));
+
+    const std::string inv3001 = "<TxnID>" + std::string(kInv3001) + "</TxnID>";
+    qb::Response limited = AskOne(
+        Query("Invoice", inv3001 + "<IncludeLineItems>true</IncludeLineItems><IncludeRetElement>"
+                                   "TxnID</IncludeRetElement><IncludeRetElement>RefNumber"
+                                   "</IncludeRetElement>"));
+    EXPECT_EQ(limited.Detail().Child("InvoiceRet").Children().size(), 2u);
+    EXPECT_FALSE(AskOne(Query("Invoice", inv3001)).Element().Has("InvoiceRet/LinkedTxn"));
+    EXPECT_EQ(AskOne(Query("Invoice", inv3001 + "<IncludeLinkedTxns>true</IncludeLinkedTxns>"))
+                  .Element()
+                  .GetValue("InvoiceRet/LinkedTxn/TxnType"),
+              "ReceivePayment");
+    qb::Response counted = AskOne("<EstimateQueryRq metaData=\"MetaDataOnly\"/>");
+    EXPECT_EQ(counted.RetCount(), 3);
     EXPECT_TRUE(counted.Element().Children().empty());
-    EXPECT_EQ(AskOne("<PreferencesQueryRq/>").StatusCode(), 1030) << "known, but not answered";
+}
+
+TEST_F(QbsimTxn, AmountsAndTotalsAreWorkedOutAsQuickBooksDoes) {
+    struct Line {
+        std::string fields;
+        std::string rate, amount;  // "" when the line has none
+    };
+    const Line lines[] = {
+        {"<ItemRef><FullName>Widget</FullName></ItemRef><Quantity>3</Quantity>", "12.50", "37.50"},
+        {"<ItemRef><FullName>Labor</FullName></ItemRef><Quantity>4</Quantity><Amount>100</Amount>",
+         "25", "100.00"},
+        {"<Desc>Setup</Desc><Amount>30</Amount>", "30", "30.00"},
+        {"<ItemRef><FullName>Bolt M6</FullName></ItemRef><Quantity>3</Quantity>", "0.35", "1.05"},
+        {"<ItemRef><FullName>Freight</FullName></ItemRef><Rate>2.675</Rate>", "2.675", "2.68"},
+        {"<ItemRef><FullName>Subtotal</FullName></ItemRef>", "", "171.23"},
+        {"<ItemRef><FullName>10% Discount</FullName></ItemRef>", "", "-17.12"},
+        {"<Desc></Desc>", "", ""},
+        {"<ItemRef><FullName>Gasket Kit</FullName></ItemRef><Quantity>2</Quantity>", "18.00",
+         "36.00"},
+        // The discount under the first subtotal is that subtotal's, not this one's.
+        {"<ItemRef><FullName>Amount Subtotal</FullName></ItemRef>", "", "36.00"},
+        {"<ItemRef><FullName>5% Discount</FullName></ItemRef>", "", "-1.80"},
+        {"<ItemRef><FullName>Loyalty Credit</FullName></ItemRef>", "-25.00", "-25.00"},
+    };
+    std::string body;
+    for (const Line& l : lines)
+        body += "<InvoiceLineMod><TxnLineID>-1</TxnLineID>" + l.fields + "</InvoiceLineMod>";
+    qb::Response r = AskOne(ModRq("Invoice", kInv3004, "1711384200", body));
+    ASSERT_EQ(r.StatusCode(), 0) << r.StatusMessage();
+    qb::View inv = r.Detail();
+    std::vector<qb::View> got = inv.Children("InvoiceLineRet");
+    ASSERT_EQ(got.size(), std::size(lines));
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        EXPECT_EQ(got[i].GetValue("Rate"), lines[i].rate) << lines[i].fields;
+        EXPECT_EQ(got[i].GetValue("Amount"), lines[i].amount) << lines[i].fields;
+        // Every line is new, with an ID of this transaction's kind.
+        EXPECT_TRUE(got[i].GetValue("TxnLineID").ends_with("-1711371600"));
+    }
+    EXPECT_EQ(got[0].GetValue("Desc"), "Standard widget") << "filled in from the item";
+    EXPECT_EQ(got[0].GetValue("SalesTaxCodeRef/FullName"), "Tax");
+    EXPECT_EQ(got[6].GetValue("RatePercent"), "-10.00");
+    // Taxable: 37.50 + 1.05 - 17.12 + 36.00 - 1.80 - 25.00 = 30.63, at 7.25% = 2.22.
+    EXPECT_EQ(inv.GetValue("Subtotal"), "163.31");
+    EXPECT_EQ(inv.GetValue("SalesTaxPercentage"), "7.25");
+    EXPECT_EQ(inv.GetValue("SalesTaxTotal"), "2.22");
+    EXPECT_EQ(inv.GetValue("BalanceRemaining"), "165.53");
+    EXPECT_EQ(inv.GetValue("IsPaid"), "false");
+    EXPECT_EQ(inv.GetValue("TimeModified"), kClock);
+    EXPECT_EQ(inv.GetValue("EditSequence"), "1714573800");
+
+    // A new group without lines of its own is its item group, times its quantity.
+    qb::Response grouped = AskOne(
+        ModRq("Invoice", kInv3004, inv.GetValue("EditSequence"),
+              "<InvoiceLineGroupMod><TxnLineID>-1</TxnLineID><ItemGroupRef><FullName>Service Bundle"
+              "</FullName></ItemGroupRef><Quantity>2</Quantity></InvoiceLineGroupMod>"));
+    ASSERT_EQ(grouped.StatusCode(), 0) << grouped.StatusMessage();
+    qb::View group = grouped.Detail().Child("InvoiceLineGroupRet");
+    EXPECT_EQ(LineWords(grouped.Detail(), "Invoice"),
+              (std::vector<std::string>{"group Service Bundle: Installation Labor"}));
+    EXPECT_EQ(group.Children("InvoiceLineRet")[1].GetValue("Quantity"), "4");
+    EXPECT_EQ(group.GetValue("TotalAmount"), "330.00");
+    EXPECT_EQ(group.GetValue("IsPrintItemsInGroup"), "false");
+    EXPECT_EQ(grouped.Detail().GetValue("SalesTaxTotal"), "0.00") << "labor is not taxable";
+}
+
+TEST_F(QbsimTxn, ListedLinesStayAndUnlistedLinesGo) {
+    auto line = [](const std::string& kind, const std::string& id, const std::string& fields = "") {
+        return "<" + kind + "LineMod><TxnLineID>" + id + "</TxnLineID>" + fields + "</" + kind +
+               "LineMod>";
+    };
+    qb::Response r = AskOne(
+        ModRq("Estimate", kEst102, "1710446400",
+              line("Estimate", "381-1710421200") +
+                  line("Estimate", "-1",
+                       "<ItemRef><FullName>Widget</FullName></ItemRef><Quantity>1</Quantity>") +
+                  line("Estimate", "383-1710421200", "<Quantity>10</Quantity>")));
+    ASSERT_EQ(r.StatusCode(), 0) << r.StatusMessage();
+    qb::View est = Get("Estimate", kEst102);
+    std::vector<qb::View> lines = est.Children("EstimateLineRet");
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].GetValue("TxnLineID"), "381-1710421200");
+    EXPECT_EQ(lines[0].Children("DataExtRet").size(), 2u) << "a kept line keeps its fields";
+    EXPECT_EQ(lines[1].GetValue("TxnLineID"), "80000100-1710421200");
+    EXPECT_FALSE(lines[1].Has("DataExtRet")) << "a new line has no custom fields";
+    EXPECT_EQ(lines[2].GetValue("Amount"), "3.50") << "10 x 0.35";
+    EXPECT_EQ(lines[2].GetValue("DataExtRet/DataExtValue"), "B-77");
+    EXPECT_EQ(est.GetValue("Subtotal"), "175.00");
+    // New lines go above the header's custom fields, which stay.
+    ASSERT_EQ(AskOne(ModRq("Estimate", kEst101, "1709922000",
+                           line("Estimate", "-1", "<Desc>note</Desc>")))
+                  .StatusCode(),
+              0);
+    qb::View e101 = Get("Estimate", kEst101);
+    EXPECT_EQ(LineWords(e101, "Estimate"), std::vector<std::string>{"desc"});
+    EXPECT_EQ(e101.Children().back().GetValue("DataExtValue"), "EC-2024-03");
+
+    // A group keeps its lines unless some are listed; then only those stay.
+    auto group = [&](const std::string& inner) {
+        return "<SalesOrderLineGroupMod><TxnLineID>3A1-1710939600</TxnLineID>" + inner +
+               "</SalesOrderLineGroupMod>";
+    };
+    // Lines and groups may come in any order among themselves.
+    qb::Response whole = AskOne(ModRq("SalesOrder", kSo501, kSo501Seq,
+                                      group("") + line("SalesOrder", "-1", "<Desc>note</Desc>")));
+    ASSERT_EQ(whole.StatusCode(), 0) << whole.StatusMessage();
+    EXPECT_EQ(LineWords(whole.Detail(), "SalesOrder"),
+              (std::vector<std::string>{"group Starter Kit: Widget Bracket 2in Bolt M6", "desc"}));
+    qb::Response part = AskOne(
+        ModRq("SalesOrder", kSo501, whole.Detail().GetValue("EditSequence"),
+              group(line("SalesOrder", "3A2-1710939600") + line("SalesOrder", "3A4-1710939600"))));
+    ASSERT_EQ(part.StatusCode(), 0) << part.StatusMessage();
+    EXPECT_EQ(part.Detail().GetValue("SalesOrderLineGroupRet/TotalAmount"), "41.70");
+
+    // Header fields alone leave the lines; an empty text field clears.
+    const std::string seq = part.Detail().GetValue("EditSequence");
+    qb::Response memo = AskOne(
+        ModRq("SalesOrder", kSo501, seq, "<PONumber>PO-9</PONumber><Memo>Call first</Memo>"));
+    EXPECT_EQ(memo.Detail().GetValue("Memo"), "Call first");
+    EXPECT_EQ(memo.Detail().Children("SalesOrderLineGroupRet").size(), 1u);
+    qb::Response cleared = AskOne(
+        ModRq("SalesOrder", kSo501, memo.Detail().GetValue("EditSequence"), "<Memo></Memo>"));
+    EXPECT_FALSE(cleared.Detail().Has("Memo"));
+    EXPECT_EQ(cleared.Detail().GetValue("PONumber"), "PO-9");
+}
+
+TEST_F(QbsimTxn, RefusedModsChangeNothing) {
+    auto line = [](const std::string& id, const std::string& inner = "") {
+        return "<SalesOrderLineMod><TxnLineID>" + id + "</TxnLineID>" + inner +
+               "</SalesOrderLineMod>";
+    };
+    const std::string widget = "<ItemRef><FullName>Widget</FullName></ItemRef>";
+    struct Case {
+        std::string txnID, sequence, body;
+        int status;
+        std::string message;
+    };
+    const Case cases[] = {
+        {kSo501, "1", "", 3200, "The provided edit sequence \"1\" is out-of-date. "},
+        {kSo501, kSo501Seq, line("3A6-1710939600") + line("3A5-1710939600"), 3290,
+         "The item \"3A5-1710939600\" is placed in the request in incorrect order."},
+        {kSo501, kSo501Seq, line("3A5-1710939600") + line("3A5-1710939600"), 3290, "3A5"},
+        {kSo501, kSo501Seq, line("3A2-1710939600"), 3290, "3A2"},  // a group's line, outside it
+        {kSo501, kSo501Seq, line("999-1"), 3120,
+         "Object \"999-1\" specified in the request cannot be found."},
+        {"999-1", "1", "", 3120, "\"999-1\""},
+        {"", "1", "", 3000, "The given object ID \"\" in the field \"txn id\" is invalid."},
+        {kSo501, kSo501Seq,
+         line("-1", widget) + line("-1", "<ItemRef><FullName>Gizmo</FullName></ItemRef>"), 3140,
+         "There is an invalid reference to QuickBooks Item \"Gizmo\" in the SalesOrder line.  "
+         "QuickBooks error message: Invalid argument.  The specified record does not exist in "
+         "the list."},
+        {kSo501, kSo501Seq,
+         "<SalesOrderLineGroupMod><TxnLineID>-1</TxnLineID></SalesOrderLineGroupMod>", 3140,
+         "ItemGroup"},
+        {kSo501, kSo501Seq, "<ShipMethodRef><FullName>Camel</FullName></ShipMethodRef>", 3140,
+         "ShipMethod \"Camel\" in the SalesOrder."},
+    };
+    const std::string before = company.ToXml();
+    for (const Case& c : cases) {
+        qb::Response r = AskOne(ModRq("SalesOrder", c.txnID, c.sequence, c.body));
+        EXPECT_EQ(r.StatusCode(), c.status) << c.body;
+        EXPECT_EQ(r.StatusSeverity(), "Error");
+        EXPECT_NE(r.StatusMessage().find(c.message), std::string::npos) << r.StatusMessage();
+        EXPECT_EQ(r.Element().Has("SalesOrderRet"), c.status == 3200) << "only 3200 returns it";
+        EXPECT_FALSE(changed) << c.body;
+        EXPECT_EQ(company.ToXml(), before) << c.body;
+    }
+    EXPECT_EQ(AskOne(ModRq("SalesOrder", kSo501, "1", ""))
+                  .Element()
+                  .GetValue("SalesOrderRet/EditSequence"),
+              kSo501Seq)
+        << "3200 returns the transaction as it is now";
+
+    // Under stopOnError the requests after a refused Mod are not processed.
+    qb::ResponseList stop = Ask(MsgSet(ModRq("SalesOrder", kSo501, "1", "") +
+                                       "<TxnDisplayModRq><TxnDisplayModType>SalesOrder"
+                                       "</TxnDisplayModType><TxnID>" +
+                                       kSo501 + "</TxnID></TxnDisplayModRq>"));
+    EXPECT_EQ(stop.GetAt(1).StatusCode(), 3231);
+    EXPECT_TRUE(company.DisplayRequests().empty());
+}
+
+TEST_F(QbsimTxn, LongAndMultiLineDescriptionsAreKeptAsSent) {
+    const std::string longDesc(4095, 'x'), twoLines = "first line\nsecond line";
+    auto mod = [&](const std::string& seq, const std::string& desc) {
+        return MsgSet(ModRq("Invoice", kInv3001, seq,
+                            "<InvoiceLineMod><TxnLineID>-1</TxnLineID><Desc>" + desc +
+                                "</Desc></InvoiceLineMod><InvoiceLineMod><TxnLineID>-1"
+                                "</TxnLineID><Desc>" +
+                                twoLines + "</Desc></InvoiceLineMod>"));
+    };
+    qb::Response r = Ask(mod("1709651520", longDesc)).GetAt(0);
+    ASSERT_EQ(r.StatusCode(), 0) << r.StatusMessage();
+    ProcessResult tooLong =
+        ProcessRequest(company, mod(r.Detail().GetValue("EditSequence"), longDesc + "x"));
+    EXPECT_FALSE(tooLong.ok);
+    EXPECT_EQ(tooLong.hresult, kHrParseError);
+
+    test::TempDir dir;
+    ASSERT_TRUE(company.SaveFile(dir.File("co.xml")).ok);
+    ASSERT_TRUE(company.LoadFile(dir.File("co.xml")).ok());
+    std::vector<qb::View> lines = Get("Invoice", kInv3001).Children("InvoiceLineRet");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].GetValue("Desc"), longDesc);
+    EXPECT_EQ(lines[1].GetValue("Desc"), twoLines);
+    EXPECT_FALSE(lines[1].Has("Amount")) << "a description-only line has no amount";
+}
+
+TEST_F(QbsimTxn, EachKindIsAddedWithNewIDsNumbersAndTotals) {
+    struct Case {
+        const char* kind;
+        const char* refNumber;  // the next number of its kind
+        const char* templateName;
+    };
+    const Case cases[] = {{"Invoice", "3006", "Intuit Product Invoice"},
+                          {"Estimate", "1", "Custom Estimate"},
+                          {"SalesOrder", "1", "Custom Sales Order"},
+                          {"SalesReceipt", "1", "Custom Sales Receipt"}};
+    int number = 116;  // the sample's transactions are numbered up to 115
+    for (const Case& c : cases) {
+        const std::string k = c.kind;
+        qb::Response r = AskOne(
+            "<" + k + "AddRq><" + k +
+            "Add><CustomerRef><FullName>Baker Hardware</FullName></CustomerRef><ItemSalesTaxRef>"
+            "<FullName>Combined Tax</FullName></ItemSalesTaxRef><" +
+            k +
+            "LineAdd><ItemRef><FullName>Widget</FullName></ItemRef><Quantity>2</Quantity>"
+            "<DataExt><OwnerID>0</OwnerID><DataExtName>color</DataExtName><DataExtValue>Teal"
+            "</DataExtValue></DataExt></" +
+            k + "LineAdd><" + k + "LineAdd><ItemRef><FullName>Labor</FullName></ItemRef></" + k +
+            "LineAdd></" + k + "Add></" + k + "AddRq>");
+        ASSERT_EQ(r.StatusCode(), 0) << k << ": " << r.StatusMessage();
+        qb::View ret = r.Detail();
+        const std::string txnID = ret.GetValue("TxnID");
+        EXPECT_TRUE(txnID.starts_with("80000") && txnID.ends_with("-1714573800")) << txnID;
+        EXPECT_EQ(ret.GetValue("TxnNumber"), std::to_string(number++));
+        EXPECT_EQ(ret.GetValue("RefNumber"), c.refNumber);
+        EXPECT_EQ(ret.GetValue("TxnDate"), "2024-05-01");
+        EXPECT_EQ(ret.GetValue("TemplateRef/FullName"), c.templateName);
+        EXPECT_EQ(ret.GetValue("Subtotal"), "90.00");
+        EXPECT_EQ(ret.GetValue("SalesTaxTotal"), "1.81") << "7.25% of the widgets' 25.00";
+        EXPECT_EQ(ret.GetValue(k == "Invoice" ? "BalanceRemaining" : "TotalAmount"), "91.81");
+        EXPECT_FALSE(ret.Has(k + "LineRet/DataExtRet")) << "an Add answer names no owner";
+        std::vector<qb::View> lines = Get(k, txnID).Children(k + "LineRet");
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0].GetValue("DataExtRet/DataExtName"), "Color");
+        EXPECT_EQ(lines[0].GetValue("DataExtRet/DataExtValue"), "Teal");
+        EXPECT_TRUE(lines[1].GetValue("TxnLineID").ends_with("-1714573800"));
+    }
+    const std::string before = company.ToXml();
+    EXPECT_EQ(AskOne("<InvoiceAddRq><InvoiceAdd><CustomerRef><FullName>Nobody</FullName>"
+                     "</CustomerRef></InvoiceAdd></InvoiceAddRq>")
+                  .StatusCode(),
+              3140);
+    EXPECT_EQ(AskOne("<InvoiceAddRq><InvoiceAdd><CustomerRef><FullName>Keller Farms</FullName>"
+                     "</CustomerRef><InvoiceLineAdd><Desc>x</Desc><DataExt><OwnerID>0</OwnerID>"
+                     "<DataExtName>Shoe Size</DataExtName><DataExtValue>9</DataExtValue>"
+                     "</DataExt></InvoiceLineAdd></InvoiceAdd></InvoiceAddRq>")
+                  .StatusCode(),
+              3120);
+    EXPECT_EQ(company.ToXml(), before);
+}
+
+TEST_F(QbsimTxn, TxnDisplayModIsRecordedForTheDesktop) {
+    auto display = [&](const std::string& kind, const std::string& txnID) {
+        return AskOne("<TxnDisplayModRq><TxnDisplayModType>" + kind +
+                      "</TxnDisplayModType><TxnID>" + txnID + "</TxnID></TxnDisplayModRq>")
+            .StatusCode();
+    };
+    EXPECT_EQ(display("Invoice", kInv3003), 0);
+    EXPECT_TRUE(changed);
+    EXPECT_EQ(display("Estimate", kEst101), 0);
+    EXPECT_EQ(display("Invoice", ""), 3000);
+    EXPECT_EQ(display("Invoice", kEst101), 3120) << "an estimate's ID is no invoice";
+    EXPECT_EQ(display("PurchaseOrder", "FFF-1"), 3120);
+    std::vector<DisplayRequest> shown = company.DisplayRequests();
+    ASSERT_EQ(shown.size(), 2u);
+    EXPECT_EQ(shown[1].sequence, 2);
+    EXPECT_EQ(shown[1].txnType, "Estimate");
+    EXPECT_EQ(shown[1].txnID, kEst101);
+    EXPECT_EQ(shown[1].time, kClock);
+
+    for (int i = 0; i < 20; ++i) company.RecordDisplay("Invoice", kInv3001);
+    shown = company.DisplayRequests();
+    EXPECT_EQ(shown.size(), kDisplayHistory);
+    EXPECT_EQ(shown.back().sequence, 22);
+    Company again;
+    ASSERT_TRUE(again.LoadText(company.ToXml()).ok()) << "the records pass the load checks";
+    EXPECT_EQ(again.DisplayRequests().back().sequence, 22);
+    std::string bad = company.ToXml();
+    bad.replace(bad.find("sequence=\"22\""), 13, "sequence=\"x\"");
+    EXPECT_NE(again.LoadText(bad).description.find("TxnDisplay"), std::string::npos);
+}
+
+// The sample's stored amounts are those qbsim works out (a Mod that changes nothing recomputes
+// them), and it holds what the sort needs to be tried on.
+TEST_F(QbsimTxn, SampleTransactionsAreConsistentAndVaried) {
+    std::size_t groups = 0, blanks = 0, descOnly = 0, lineFields = 0;
+    for (std::string_view kind : kTxnKinds) {
+        const std::string k(kind);
+        std::vector<pugi::xml_node> txns = company.Objects(k + "Ret");
+        EXPECT_GE(txns.size(), 3u) << k;
+        for (pugi::xml_node t : txns) {
+            const std::string id = ChildText(t, "TxnID");
+            qb::View before = Get(k, id);
+            qb::Response r = AskOne(ModRq(k, id, before.GetValue("EditSequence"), ""));
+            ASSERT_EQ(r.StatusCode(), 0) << id << ": " << r.StatusMessage();
+            // Totals, and each line's or group's amount, in the same order.
+            auto amounts = [&](const qb::View& ret) {
+                std::string out;
+                for (const char* total :
+                     {"Subtotal", "SalesTaxTotal", "TotalAmount", "BalanceRemaining", "IsPaid"})
+                    out += ret.GetValue(total) + "|";
+                for (const qb::View& c : ret.Children())
+                    if (c.Name() == k + "LineRet" || c.Name() == k + "LineGroupRet")
+                        out += c.GetValue("Amount") + c.GetValue("TotalAmount") + "|";
+                return out;
+            };
+            EXPECT_EQ(amounts(r.Detail()), amounts(before)) << id;
+            for (const std::string& w : LineWords(before, k)) {
+                groups += w.starts_with("group");
+                blanks += w == "blank";
+                descOnly += w == "desc";
+            }
+            for (const qb::View& l : before.Children(k + "LineRet"))
+                lineFields += l.Children("DataExtRet").size();
+        }
+    }
+    EXPECT_GE(groups, 2u);
+    EXPECT_GE(blanks, 2u);
+    EXPECT_GE(descOnly, 2u);
+    EXPECT_GE(lineFields, 4u);
 }
 
 // ---- Custom-field values -----------------------------------------------------------------
@@ -323,45 +819,38 @@ TEST_F(QbsimQuery, TemplatesTaxCodesAndCounts) {
 using QbsimDataExt = QbsimTest;
 
 TEST_F(QbsimDataExt, AddModifyDeleteOnAnItemAndTheCompany) {
-    std::string before =
-        company.FindByFullName({"ItemServiceRet"}, "Labor").child("EditSequence").text().get();
+    auto labor = [&] { return company.FindByFullName({"ItemServiceRet"}, "Labor"); };
+    std::string before = labor().child("EditSequence").text().get();
     qb::Response add = AskOne(Ext("DataExtAdd", Item("labor"), "net weight", "1 lb"));
     EXPECT_EQ(add.StatusCode(), 0);
     EXPECT_TRUE(changed);
     EXPECT_EQ(add.Element().GetValue("DataExtRet/DataExtName"), "Net Weight");
     EXPECT_EQ(add.Element().GetValue("DataExtRet/DataExtType"), "STR255TYPE");
-    pugi::xml_node labor = company.FindByFullName({"ItemServiceRet"}, "Labor");
-    EXPECT_NE(before, labor.child("EditSequence").text().get());
-    EXPECT_STREQ(labor.child("TimeModified").text().get(), "2024-05-01T09:30:00-05:00");
+    EXPECT_NE(before, labor().child("EditSequence").text().get());
+    EXPECT_EQ(labor().child("TimeModified").text().get(), kClock);
 
     EXPECT_EQ(AskOne(Ext("DataExtMod", Item("Labor"), "Net Weight", "2 lb")).StatusCode(), 0);
-    EXPECT_EQ(company.FindByFullName({"ItemServiceRet"}, "Labor")
-                  .child("DataExtRet")
-                  .child("DataExtValue")
-                  .text()
-                  .as_string(),
-              std::string("2 lb"));
+    EXPECT_STREQ(labor().child("DataExtRet").child("DataExtValue").text().get(), "2 lb");
     qb::Response del = AskOne(Ext("DataExtDel", Item("Labor"), "Net Weight"));
     EXPECT_EQ(del.StatusCode(), 0);
     EXPECT_EQ(del.Element().GetValue("DataExtDelRet/ListObjRef/FullName"), "Labor");
     EXPECT_TRUE(del.Element().Has("DataExtDelRet/TimeDeleted"));
-    EXPECT_FALSE(company.FindByFullName({"ItemServiceRet"}, "Labor").child("DataExtRet"));
+    EXPECT_FALSE(labor().child("DataExtRet"));
 
     // Private data on the company itself; CompanyRet has no EditSequence to change.
-    const std::string owner = kPrivateOwner;
+    const std::string fileID = "{00000000-0000-0000-0000-000000000001}";
     EXPECT_EQ(AskOne(Ext("DataExtMod", "<OtherDataExtType>Company</OtherDataExtType>", "FileID",
-                         "{00000000-0000-0000-0000-000000000001}", kPrivateOwner))
+                         fileID.c_str(), kPrivateOwner))
                   .StatusCode(),
               0);
     EXPECT_TRUE(changed);
-    qb::Response info = AskOne("<CompanyQueryRq><OwnerID>" + owner + "</OwnerID></CompanyQueryRq>");
-    EXPECT_EQ(info.Element().GetValue("CompanyRet/DataExtRet/DataExtValue"),
-              "{00000000-0000-0000-0000-000000000001}");
+    qb::Response info = AskOne(std::string("<CompanyQueryRq><OwnerID>") + kPrivateOwner +
+                               "</OwnerID></CompanyQueryRq>");
+    EXPECT_EQ(info.Element().GetValue("CompanyRet/DataExtRet/DataExtValue"), fileID);
     EXPECT_FALSE(info.Element().Has("CompanyRet/EditSequence"));
 }
 
 TEST_F(QbsimDataExt, FailuresSayWhatQuickBooksSays) {
-    const char* const kAttribute = "Attribute with specified name cannot be found.";
     struct Case {
         std::string request;
         int status;
@@ -395,35 +884,21 @@ TEST_F(QbsimDataExt, FailuresSayWhatQuickBooksSays) {
     }
 }
 
-// The program's fallback: a modify of a field without a value fails with 3120 and the
-// attribute message, and the add that follows succeeds.
-TEST_F(QbsimDataExt, ModifyThenAddFallbackOnATransactionLine) {
-    ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
-    const std::string target = Line("Invoice", "1A2B-1700000000", "1A2F-1700000000");
-    qb::Response mod = AskOne(Ext("DataExtMod", target, "Color", "Blue"));
-    EXPECT_EQ(mod.StatusCode(), 3120);
-    EXPECT_NE(mod.StatusMessage().find("Attribute with specified name cannot be found."),
-              std::string::npos);
-    EXPECT_EQ(AskOne(Ext("DataExtAdd", target, "Color", "Blue")).StatusCode(), 0);
-
-    pugi::xml_node invoice = company.FindTxn("Invoice", "1A2B-1700000000");
-    pugi::xml_node line = Company::FindTxnLine(invoice, "1A2F-1700000000");
-    ASSERT_TRUE(line);
-    EXPECT_STREQ(line.parent().name(), "InvoiceLineGroupRet");
-    EXPECT_STREQ(line.last_child().name(), "DataExtRet");
-    EXPECT_STREQ(line.last_child().child("DataExtValue").text().get(), "Blue");
-    EXPECT_STREQ(invoice.child("EditSequence").text().get(), "1714573800");
-    EXPECT_STREQ(invoice.child("TimeModified").text().get(), "2024-05-01T09:30:00-05:00");
-}
-
-TEST_F(QbsimDataExt, TransactionTargets) {
+// The program's fallback: a modify of a field without a value fails with 3120 and the attribute
+// message, and the add that follows succeeds. Fields go to lines, group lines and the header.
+TEST_F(QbsimDataExt, TransactionLinesAndHeaders) {
     ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
     const std::string txn = "1A2B-1700000000";
+    const std::string inGroup = Line("Invoice", txn, "1A2F-1700000000");
+    qb::Response mod = AskOne(Ext("DataExtMod", inGroup, "Color", "Blue"));
+    EXPECT_EQ(mod.StatusCode(), 3120);
+    EXPECT_NE(mod.StatusMessage().find(kAttribute), std::string::npos);
     struct Case {
         std::string request;
         int status;
     };
     const Case cases[] = {
+        {Ext("DataExtAdd", inGroup, "Color", "Blue"), 0},
         {Ext("DataExtMod", Line("Invoice", txn, "1A2D-1700000000"), "Color", "Green"), 0},
         {Ext("DataExtAdd", Line("Invoice", txn, ""), "PO Ref", "PO-7"), 0},
         {Ext("DataExtAdd", Line("Invoice", txn, ""), "Color", "Red"), 3120},     // a line field
@@ -432,7 +907,16 @@ TEST_F(QbsimDataExt, TransactionTargets) {
         {Ext("DataExtDel", Line("Invoice", txn, "1A2D-1700000000"), "Color"), 0},
     };
     for (const Case& c : cases) EXPECT_EQ(AskOne(c.request).StatusCode(), c.status) << c.request;
+
     pugi::xml_node invoice = company.FindTxn("Invoice", txn);
+    pugi::xml_node line = Company::FindTxnLine(invoice, "1A2F-1700000000");
+    ASSERT_TRUE(line);
+    EXPECT_STREQ(line.parent().name(), "InvoiceLineGroupRet");
+    EXPECT_STREQ(line.last_child().name(), "DataExtRet");
+    EXPECT_STREQ(line.last_child().child("DataExtValue").text().get(), "Blue");
+    // A new EditSequence for each of the four changes, from the clock on.
+    EXPECT_STREQ(invoice.child("EditSequence").text().get(), "1714573803");
+    EXPECT_EQ(invoice.child("TimeModified").text().get(), kClock);
     EXPECT_STREQ(invoice.last_child().child("DataExtValue").text().get(), "PO-7")
         << "the header's custom fields come after its lines";
     EXPECT_FALSE(Company::FindTxnLine(invoice, "1A2D-1700000000").child("DataExtRet"));
@@ -440,9 +924,7 @@ TEST_F(QbsimDataExt, TransactionTargets) {
 
 // ---- Message sets ------------------------------------------------------------------------
 
-using QbsimMessageSet = QbsimTest;
-
-TEST_F(QbsimMessageSet, StopOnErrorSkipsTheRestAndKeepsWhatWasDone) {
+TEST_F(QbsimTest, StopOnErrorSkipsTheRestAndKeepsWhatWasDone) {
     const std::string requests = Ext("DataExtAdd", Item("Labor"), "Color", "Red") +
                                  Ext("DataExtMod", Item("Consulting"), "Color", "Red") +
                                  "<CustomerQueryRq requestID=\"q\"><MaxReturned>1</MaxReturned>"
@@ -465,7 +947,7 @@ TEST_F(QbsimMessageSet, StopOnErrorSkipsTheRestAndKeepsWhatWasDone) {
                                      "continueOnError"));
     EXPECT_EQ(go.GetAt(0).StatusCode(), 3120);
     EXPECT_EQ(go.GetAt(1).StatusCode(), 0);
-    EXPECT_EQ(Values(go.GetAt(1), "FullName").size(), 1u);
+    EXPECT_EQ(go.GetAt(1).Element().Children().size(), 1u);
 }
 
 TEST(QbsimRefused, MessageSetsQuickBooksCannotParse) {
@@ -555,7 +1037,6 @@ TEST(QbsimCompanyFile, MalformedCompaniesAreRefusedWithTheirLine) {
                                                  "</DataExtRet></ItemServiceRet>\n"),
          4, "DataExtValue"},
     };
-    test::TempDir dir;
     for (const Case& c : cases) {
         Company company;
         ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
@@ -565,6 +1046,7 @@ TEST(QbsimCompanyFile, MalformedCompaniesAreRefusedWithTheirLine) {
         EXPECT_NE(r.description.find(c.inMessage), std::string::npos) << r.ToString();
         EXPECT_TRUE(company.FindTxn("Invoice", "1A2B-1700000000")) << "the old company stays";
     }
+    test::TempDir dir;
     dir.Write("bad.xml", cases[0].text);
     Company company;
     EXPECT_EQ(company.LoadFile(dir.File("bad.xml")).status, LoadStatus::Malformed);
@@ -572,7 +1054,7 @@ TEST(QbsimCompanyFile, MalformedCompaniesAreRefusedWithTheirLine) {
     EXPECT_EQ(company.LoadFile(dir.File("none.xml")).status, LoadStatus::NotFound);
 }
 
-TEST(QbsimCompanyFile, SavesAtomicallyAndKeepsTheOldFileOnFailure) {
+TEST(QbsimCompanyFile, SavesAtomicallyAndNumbersNewIDsAsQuickBooks) {
     test::TempDir dir;
     Company company;
     ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
@@ -590,17 +1072,12 @@ TEST(QbsimCompanyFile, SavesAtomicallyAndKeepsTheOldFileOnFailure) {
     EXPECT_FALSE(failed.ok);
     EXPECT_NE(failed.description.find("co.xml.tmp"), std::string::npos) << failed.description;
     EXPECT_EQ(dir.Read("co.xml"), old);
-}
 
-TEST(QbsimCompanyFile, NewIDsFollowQuickBooksStyle) {
-    Company company;
-    ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
     // No counter stored: new IDs continue above every ID in the file, and the counter is kept.
-    EXPECT_EQ(company.NewTxnID(), "80000000-1714573800");
-    EXPECT_EQ(company.NewTxnLineID("1A2B-1700000000"), "80000001-1700000000");
-    EXPECT_STREQ(company.Root().child(kSettingsName).attribute("nextID").value(), "80000002");
-    EXPECT_TRUE(company.Modified());
-
+    EXPECT_EQ(again.NewTxnID(), "80000000-1714573800");
+    EXPECT_EQ(again.NewTxnLineID("1A2B-1700000000"), "80000001-1700000000");
+    EXPECT_STREQ(again.Root().child(kSettingsName).attribute("nextID").value(), "80000002");
+    EXPECT_TRUE(again.Modified());
     Company sample;
     ASSERT_TRUE(sample.LoadFile(kSample).ok());
     EXPECT_EQ(sample.NewListID().substr(0, 9), "80000100-");

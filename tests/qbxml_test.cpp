@@ -431,22 +431,6 @@ TEST(QbxmlRequest, WritesTheMessageSetEnvelope) {
 
 // ---- Responses --------------------------------------------------------------------------
 
-TEST(QbxmlResponse, TypeCodesOfTheFourTransactionKinds) {
-    const std::pair<const char*, int> kinds[] = {
-        {"InvoiceQueryRs", 1088},  {"InvoiceModRs", 1157},        {"SalesOrderQueryRs", 1155},
-        {"SalesOrderModRs", 1161}, {"SalesReceiptQueryRs", 1043}, {"SalesReceiptModRs", 1394},
-        {"EstimateQueryRs", 1104}, {"EstimateModRs", 1171}};
-    for (auto [name, code] : kinds) {
-        EXPECT_EQ(ResponseTypeCode(name), code) << name;
-        EXPECT_EQ(ResponseTypeName(code), name);
-    }
-    int addCode = ResponseTypeCode("InvoiceAddRs");
-    EXPECT_NE(addCode, kRtUnknown);
-    for (auto [name, code] : kinds) EXPECT_NE(addCode, code);
-    EXPECT_EQ(ResponseTypeName(addCode), "InvoiceAddRs");
-    EXPECT_EQ(ResponseTypeCode("InvoiceSortRs"), kRtUnknown);
-}
-
 TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
     if (!fs::is_directory(RealDir())) GTEST_SKIP() << "no " << RealDir();
     int sets = 0, fragments = 0;
@@ -477,6 +461,7 @@ TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
                                                                              : "Error")
                 << name << " #" << i;
             EXPECT_NE(rs.Type(), kRtUnknown) << name << " " << rs.TypeName();
+            EXPECT_EQ(ResponseTypeName(rs.Type()), rs.TypeName()) << name;
             EXPECT_EQ(rs.Detail().IsNull(), rs.Element().Children().empty()) << name;
         }
     }
@@ -491,88 +476,65 @@ TEST(QbxmlResponse, ReadsStatusesAndDetailsOfRealResponses) {
         EXPECT_TRUE(r.ok()) << file << ": " << r.description;
         return r.set;
     };
+    auto first = [&](const char* file) { return load(file).ResponseList().GetAt(0); };
 
     // A stale edit sequence: the message keeps its trailing blank and the current object comes
     // back with the fresh EditSequence.
-    Response stale = load("CustomerModRs_status3200_stale_editsequence_returns_current_object.xml")
-                         .ResponseList()
-                         .GetAt(0);
+    Response stale =
+        first("CustomerModRs_status3200_stale_editsequence_returns_current_object.xml");
     EXPECT_EQ(stale.StatusSeverity(), "Error");
     EXPECT_EQ(stale.StatusMessage(), "The provided edit sequence \"1272664823\" is out-of-date. ");
     EXPECT_EQ(stale.Detail().Name(), "CustomerRet");
     EXPECT_EQ(stale.Detail().GetValue("EditSequence"), "1272665327");
     EXPECT_EQ(stale.RequestID(), "0");
 
-    Response iterated = load("CustomerQueryRs_iterator_remaining18.xml").ResponseList().GetAt(0);
+    Response iterated = first("CustomerQueryRs_iterator_remaining18.xml");
     EXPECT_EQ(iterated.IteratorRemainingCount(), 18);
     EXPECT_EQ(iterated.IteratorID(), "{eb05f701-e727-472f-8ade-6753c4f67a46}");
-    EXPECT_EQ(iterated.Detail().Children("CustomerRet").size(), 1u);
     EXPECT_EQ(iterated.Detail().GetValue("CustomerRet/SalesTaxCodeRef/FullName"), "Tax");
-
-    Response notFound =
-        load("CustomerQueryRs_status500_Warn_element_not_found.xml").ResponseList().GetAt(0);
-    EXPECT_TRUE(notFound.Detail().IsNull());
-    EXPECT_EQ(notFound.Detail().GetValue("CustomerRet/Name"), "");
+    EXPECT_TRUE(first("CustomerQueryRs_status500_Warn_element_not_found.xml").Detail().IsNull());
 
     // Queries of the four kinds are lists; the returned lines keep their order and shape.
-    Response invoices =
-        load("InvoiceQueryRs_desc_only_line_linkedtxn_iterator.xml").ResponseList().GetAt(0);
+    Response invoices = first("InvoiceQueryRs_desc_only_line_linkedtxn_iterator.xml");
     EXPECT_EQ(invoices.Type(), kRtInvoiceQueryRs);
     std::vector<View> rets = invoices.Detail().Children("InvoiceRet");
     ASSERT_EQ(rets.size(), 2u);
-    std::vector<View> lines = rets[1].Children("InvoiceLineRet");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].GetValue("TxnLineID"), "9-1232328243");
-    EXPECT_EQ(rets[0].Children("InvoiceLineRet")[0].GetValue("Desc"), "Opening balance");
+    EXPECT_EQ(rets[1].Children("InvoiceLineRet")[0].GetValue("TxnLineID"), "9-1232328243");
+    EXPECT_EQ(Names(rets[0].Children("InvoiceLineRet")[0]).front(), "TxnLineID");
     EXPECT_FALSE(rets[0].Children("InvoiceLineRet")[0].Has("ItemRef"));
-
-    Response estimate =
-        load("EstimateQueryRs_desc_only_line_no_ItemRef.xml").ResponseList().GetAt(0);
+    Response estimate = first("EstimateQueryRs_desc_only_line_no_ItemRef.xml");
     EXPECT_EQ(estimate.Type(), kRtEstimateQueryRs);
     View descOnly = estimate.Detail().Child("EstimateRet").Children("EstimateLineRet").back();
     EXPECT_EQ(Names(descOnly), (std::vector<std::string>{"TxnLineID", "Desc"}));
 
     // Add and Mod answers carry the object itself.
-    Response modified =
-        load("SalesOrderModRs_after_single_new_line_TxnLineID_minus1.xml").ResponseList().GetAt(0);
+    Response modified = first("SalesOrderModRs_after_single_new_line_TxnLineID_minus1.xml");
     EXPECT_EQ(modified.Type(), kRtSalesOrderModRs);
-    EXPECT_EQ(modified.Detail().Name(), "SalesOrderRet");
-    EXPECT_EQ(modified.Detail().GetValue("EditSequence"), "1412342920");
     EXPECT_EQ(modified.Detail().GetValue("SalesOrderLineRet/TxnLineID"), "81-1412309365");
-
-    Response added = load("InvoiceAddRs_one_line_no_requestID.xml").ResponseList().GetAt(0);
+    Response added = first("InvoiceAddRs_one_line_no_requestID.xml");
     EXPECT_FALSE(added.HasRequestID());
     EXPECT_EQ(added.Type(), ResponseTypeCode("InvoiceAddRs"));
-    EXPECT_EQ(added.Detail().GetValue("TxnID"), "C5-1417118624");
-    EXPECT_EQ(added.Detail().GetValue("CustomerRef/ListID"), "80000013-1416570432");
     EXPECT_EQ(added.Detail().GetBool("IsPending"), false);
 
     ResponseSet host =
         load("HCPResponse_HostQueryRs_CompanyQueryRs_PreferencesQueryRs_QBPro2006.xml");
-    View hostRet = host.ResponseList().GetAt(0).Detail();
-    EXPECT_EQ(hostRet.Name(), "HostRet");
-    EXPECT_EQ(hostRet.GetValue("ProductName"), "QuickBooks Pro 2006");
-    std::vector<View> versions = hostRet.Children("SupportedQBXMLVersion");
+    std::vector<View> versions =
+        host.ResponseList().GetAt(0).Detail().Children("SupportedQBXMLVersion");
     ASSERT_EQ(versions.size(), 8u);
     EXPECT_EQ(versions.back().GetDouble(), 5.0);
     EXPECT_EQ(host.ResponseList().GetAt(1).Detail().GetValue("CompanyName"), "Test Company");
 
+    // Processing went on after the failure (continueOnError); no request IDs were sent.
     ResponseSet batch =
         load("QBXMLMsgsRs_batch_ItemInventoryQueryRs_status1_SalesOrderAddRs_status0_and_3140.xml");
-    // Processing went on after the failure (continueOnError); no request IDs were sent.
     std::vector<int> codes;
-    for (std::size_t i = 0; i < batch.ResponseList().Count(); ++i) {
+    for (std::size_t i = 0; i < batch.ResponseList().Count(); ++i)
         codes.push_back(batch.ResponseList().GetAt(i).StatusCode());
-    }
     EXPECT_EQ(codes, (std::vector<int>{1, 1, 0, 3140}));
     Response invalidRef = batch.ResponseList().GetAt(3);
     EXPECT_NE(invalidRef.StatusMessage().find("Customer \"nononononoImNotThereAlrightDylan\""),
               std::string::npos);
     EXPECT_TRUE(invalidRef.Detail().IsNull());
-
-    Response items =
-        load("ItemQueryRs_ItemInventoryAssembly_UOMSetRef.xml").ResponseList().GetAt(0);
-    EXPECT_EQ(items.Detail().Children()[0].Name(), "ItemInventoryAssemblyRet");
 
     // A saved EstimateRet: blank lines hold only their TxnLineID, character references decode.
     ResponseParseResult saved = ParseXmlFragment(ReadFile(

@@ -43,26 +43,20 @@ struct ScreenSearchTest : ::testing::Test {
 };
 
 TEST_F(ScreenSearchTest, FindWindowLikeSkipsOneCharacterTitlesAndListsChildrenFirst) {
-    Hwnd x = Top("X");
-    Hwnd xChild = sim.AddChildWindow(x, "Static", "Y");
+    sim.AddChildWindow(Top("X"), "Static", "Y");
     Hwnd parent = Top("Parent A");
     Hwnd child = sim.AddChildWindow(parent, "Static", "Child A");
     Hwnd xy = Top("XY");
-
-    WindowMatches all = FindWindowLike(t.app, 0, "*", "*");
-    EXPECT_EQ(all.handles, (std::vector<Hwnd>{child, parent, xy}));
+    EXPECT_EQ(FindWindowLike(t.app, 0, "*", "*").handles, (std::vector<Hwnd>{child, parent, xy}));
     EXPECT_EQ(FindWindowLike(t.app, 0, "?", "*").count(), 0);
     EXPECT_EQ(FindWindowLike(t.app, 0, "??", "*").handles, std::vector<Hwnd>{xy});
     EXPECT_EQ(FindWindowLike(t.app, 0, "*A", "Static").titles, std::vector<std::string>{"Child A"});
-    (void)xChild;
-}
 
-TEST_F(ScreenSearchTest, FindWindowLikeWithChildIdTakesOnlyThatControl) {
+    // With a control id, only that control.
     Hwnd form = Top("Form");
     sim.AddChildWindow(form, "Edit", "first", 7);
     Hwnd second = sim.AddChildWindow(form, "Edit", "second", 8);
-    WindowMatches m = FindWindowLike(t.app, form, "*", "*", 8);
-    EXPECT_EQ(m.handles, std::vector<Hwnd>{second});
+    EXPECT_EQ(FindWindowLike(t.app, form, "*", "*", 8).handles, std::vector<Hwnd>{second});
     EXPECT_EQ(FindWindowLike(t.app, 0, "*", "*", 9).count(), 0);
 }
 
@@ -71,26 +65,22 @@ TEST_F(ScreenSearchTest, Handle4TextTakesTheFirstMatchChildBeforeParent) {
     Hwnd child = sim.AddChildWindow(parent, "Static", "Match Child");
     Hwnd later = Top("Match Later");
     Hwnd padded = Top("  Padded  ", "Edit");
-
     EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Match*", "*"), child);
     EXPECT_EQ(t.app.screen.h4tMatches.titles, std::vector<std::string>{"Match Child"});
     // Each search starts afresh: the handle found before does not answer the next one.
     EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Match L*", "*"), later);
     EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Padded", "Edit"), padded) << "text is trimmed";
     EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Padded", "Static"), 0u);
-}
 
-TEST_F(ScreenSearchTest, Handle4TextWithoutChildrenSearchesTheWindowsAfterStart) {
+    // Without children: the windows after the start only.
     Hwnd a = Top("Window A");
     Hwnd inA = sim.AddChildWindow(a, "Static", "Target 1");
     Hwnd b = Top("Window B");
     Hwnd inB = sim.AddChildWindow(b, "Static", "Target 2");
     Top("Target 3");
-
     EXPECT_EQ(GetWindowsHandle4Text(t.app, a, "Target*", "*", true), inA);
     EXPECT_EQ(GetWindowsHandle4Text(t.app, a, "Target*", "*", false), inB);
-    EXPECT_EQ(GetWindowsHandle4Text(t.app, b, "Window*", "*", false), 0u)
-        << "windows before the start are not searched";
+    EXPECT_EQ(GetWindowsHandle4Text(t.app, b, "Window*", "*", false), 0u);
 }
 
 TEST_F(ScreenSearchTest, Handle4TextGuardLogsLoopingPastTenSecondsAndGoesOn) {
@@ -148,46 +138,34 @@ TEST(ScreenButtonLabelTest, TellsQuickBooksButtonsFromFieldTexts) {
         {"Revert", true},
         {"OKAY", true},  // a text that begins with a label counts as one
         {"Customize Data Layout", true},
+        {"Estimate Active", true},
         {"Kristy Abercrombie", false},
         {"", false},  // the empty slots of the table match nothing
     };
     for (const Case& c : cases) EXPECT_EQ(IsButtonLabel(s, c.text), c.label) << c.text;
-    EXPECT_EQ(s.buttonLabels[13], "TO &BE ");
-    EXPECT_EQ(s.buttonLabels[21], "ESTIMATE ACTIVE");
-    EXPECT_TRUE(s.buttonLabels[22].empty() && s.buttonLabels[23].empty());
 }
 
-struct ScreenQuickBooksSearchTest : ::testing::Test {
-    ScreenQuickBooksSearchTest() {
-        sim::SimScenario sc;
-        sc.windows.push_back(sim::MakeTrnsWindow(
-            TrnsKind::Invoice,
-            {"Kristy Abercrombie", "", "Intuit Product Invoice", "12/15/2024", "1001"}));
-        desktop = std::make_unique<SimDesktop>(sc);
-        t.app.sys.desktop = desktop.get();
-        invoice = desktop->TrnsWindow(TrnsKind::Invoice);
-    }
+TEST(ScreenQuickBooksSearchTest, ChildTextsOfTheNamedWindowAndAControlsText) {
     TestApp t;
-    std::unique_ptr<SimDesktop> desktop;
-    Hwnd invoice = 0;
-};
-
-TEST_F(ScreenQuickBooksSearchTest, ChildTextsOfTheNamedWindowKeepTheFieldsNotTheButtons) {
+    sim::SimScenario sc;
+    sc.windows.push_back(sim::MakeTrnsWindow(
+        TrnsKind::Invoice,
+        {"Kristy Abercrombie", "", "Intuit Product Invoice", "12/15/2024", "1001"}));
+    SimDesktop desktop(sc);
+    t.app.sys.desktop = &desktop;
+    // The named window's child texts keep the fields, not the buttons; at most 11.
     t.app.screen.childTextTitle = "Create Invoices";
     FindWindowLike(t.app, 0, "Create Invoices*", "*");
     EXPECT_EQ(
         ChildFieldTexts(t.app.screen),
         (std::vector<std::string>{"Kristy Abercrombie", "Intuit Product Invoice", "12/15/2024",
                                   "1001", "Kristy Abercrombie", "Kristy Abercrombie", "Net 30"}));
-    // At most 11 are kept.
     t.app.screen.childTexts.assign(15, "field");
     EXPECT_EQ(ChildFieldTexts(t.app.screen).size(), 11u);
-}
 
-TEST_F(ScreenQuickBooksSearchTest, GetControlTextReadsTheControlAndFocusesIt) {
-    ControlText found = GetControlText(t.app, "Create Invoices*", "MauiForm", 1004);
-    EXPECT_EQ(found.text, "1001");
-    EXPECT_EQ(desktop->FocusedField(invoice), 4);
+    // A control's text, read and focused.
+    EXPECT_EQ(GetControlText(t.app, "Create Invoices*", "MauiForm", 1004).text, "1001");
+    EXPECT_EQ(desktop.FocusedField(desktop.TrnsWindow(TrnsKind::Invoice)), 4);
     EXPECT_EQ(GetControlText(t.app, "Create Invoices*", "MauiForm", 77).reports.back(),
               "Did not find child ID=77");
 }

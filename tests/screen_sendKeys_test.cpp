@@ -1,6 +1,7 @@
 // The SendKeys notation parser and the "Like" wildcard comparison, as tables.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 #include "screen/WindowsStuff.h"
@@ -10,30 +11,11 @@ namespace pelmark::screen {
 namespace {
 
 std::string KeyName(int vk) {
-    switch (vk) {
-        case kVkTab:
-            return "Tab";
-        case kVkReturn:
-            return "Enter";
-        case kVkHome:
-            return "Home";
-        case kVkEnd:
-            return "End";
-        case kVkDown:
-            return "Down";
-        case kVkUp:
-            return "Up";
-        case kVkBack:
-            return "Back";
-        case kVkNext:
-            return "PgDn";
-        case kVkSpace:
-            return "Space";
-        case 0x03:
-            return "Break";
-        default:
-            break;
-    }
+    const std::map<int, const char*> names = {
+        {kVkTab, "Tab"},     {kVkReturn, "Enter"}, {kVkHome, "Home"}, {kVkEnd, "End"},
+        {kVkDown, "Down"},   {kVkUp, "Up"},        {kVkBack, "Back"}, {kVkNext, "PgDn"},
+        {kVkSpace, "Space"}, {0x03, "Break"}};
+    if (names.count(vk)) return names.at(vk);
     if (vk >= kVkF1 && vk < kVkF1 + 16) return "F" + std::to_string(vk - kVkF1 + 1);
     if (vk >= '0' && vk <= 'Z') return std::string(1, static_cast<char>(vk));
     return "vk" + std::to_string(vk);

@@ -217,8 +217,8 @@ TEST(SortWeights, LineWeights) {
     EXPECT_TRUE(t.Plan(s).weights.empty());
 }
 
-// Random line tables and settings: the plan holds every row once, keeps units contiguous,
-// leaves subtotals in place and every section's sum unchanged.
+// Random line tables and settings: the plan holds every row once, keeps units contiguous and
+// leaves subtotals in place (SortProperty checks the sections' sums through qbsim).
 TEST(SortPlan, RandomTablesKeepTheirInvariants) {
     std::mt19937 rng(20261114);
     auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
@@ -300,20 +300,6 @@ TEST(SortPlan, RandomTablesKeepTheirInvariants) {
                 EXPECT_EQ(std::prev(it)->row, top[p - 1]);
             }
         }
-        // Sums per section between subtotals, before and after.
-        auto sections = [&](const std::vector<std::size_t>& rows) {
-            std::vector<long> sums(1, 0);
-            for (std::size_t r : rows) {
-                if (!t.rows[r].IsGroupEnd() && ClassifyRow(t.rows[r], items) == RowRole::Subtotal)
-                    sums.push_back(0);
-                else
-                    sums.back() += std::stol(t.rows[r].amount.empty() ? "0" : t.rows[r].amount);
-            }
-            return sums;
-        };
-        std::vector<std::size_t> incoming(t.rows.size());
-        for (std::size_t i = 0; i < incoming.size(); ++i) incoming[i] = i;
-        EXPECT_EQ(sections(order), sections(incoming));
     }
 }
 
