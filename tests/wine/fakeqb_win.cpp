@@ -23,23 +23,6 @@ std::string TextOf(HWND wnd) {
 
 }  // namespace
 
-std::wstring QuoteArg(const std::wstring& arg) {
-    // Backslashes are literal except before a quote.
-    std::wstring out = L"\"";
-    size_t slashes = 0;
-    for (wchar_t c : arg) {
-        if (c == L'\\') {
-            ++slashes;
-            continue;
-        }
-        out.append(c == L'"' ? slashes * 2 + 1 : slashes, L'\\');
-        slashes = 0;
-        out += c;
-    }
-    out.append(slashes * 2, L'\\');
-    return out + L"\"";
-}
-
 HANDLE MakeKillOnCloseJob() {
     HANDLE job = CreateJobObjectW(nullptr, nullptr);
     if (!job) return nullptr;

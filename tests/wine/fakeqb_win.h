@@ -13,8 +13,6 @@
 
 namespace pelmark::test {
 
-// One argument quoted the way CommandLineToArgvW and the C runtime undo it.
-std::wstring QuoteArg(const std::wstring& arg);
 // A job that ends its processes when its handle is closed, so that a test binary that dies
 // leaves nothing running on the shared display; null when Windows would not make one.
 HANDLE MakeKillOnCloseJob();

@@ -2,10 +2,8 @@
 #include "wine/program_win.h"
 
 namespace pelmark::test {
-namespace {
-
 // The quoting CommandLineToArgvW undoes: backslashes are literal except before a quote.
-std::wstring Quote(const std::wstring& arg) {
+std::wstring QuoteArg(const std::wstring& arg) {
     std::wstring out = L"\"";
     size_t slashes = 0;
     for (wchar_t c : arg) {
@@ -20,6 +18,8 @@ std::wstring Quote(const std::wstring& arg) {
     out.append(slashes * 2, L'\\');
     return out + L"\"";
 }
+
+namespace {
 
 // The test's environment block with `env` set on top, for CREATE_UNICODE_ENVIRONMENT.
 std::wstring EnvironmentBlock(const std::vector<std::pair<std::string, std::string>>& env) {
@@ -75,8 +75,8 @@ std::wstring WindowsPath(std::string path) {
 TestProgram::TestProgram(const std::string& exe, const std::vector<std::string>& args,
                          const std::vector<std::pair<std::string, std::string>>& env) {
     std::wstring path = WindowsPath(exe);
-    std::wstring cmd = Quote(path);
-    for (const std::string& a : args) cmd += L" " + Quote(Wide(a));
+    std::wstring cmd = QuoteArg(path);
+    for (const std::string& a : args) cmd += L" " + QuoteArg(Wide(a));
     std::wstring block = EnvironmentBlock(env);
 
     // A job that ends the program with the job handle, so a test binary that dies leaves no

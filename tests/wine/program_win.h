@@ -12,6 +12,8 @@ namespace pelmark::test {
 std::wstring Wide(const std::string& s);
 // A path of the build tree as Windows sees it under Wine (the Unix root is drive Z:).
 std::wstring WindowsPath(std::string path);
+// One argument quoted the way CommandLineToArgvW and the C runtime undo it.
+std::wstring QuoteArg(const std::wstring& arg);
 
 class TestProgram {
   public:
