@@ -157,13 +157,22 @@ bool Fail(const std::string& text) {
 bool PrepareDataFolder(FileSystem& fs, const Args& args, const std::string& dataDir) {
     if (dataDir.empty()) return true;
     if (!fs.MakeDir(dataDir).ok()) return Fail("cannot make the data folder " + dataDir);
+    // Without a writable data folder there would be no logs and no journal, so no way back.
+    const std::string probe = AddBackslash(dataDir) + "Pelmark.write-test";
+    if (FileResult w = fs.WriteAll(probe, "x"); !w.ok()) {
+        return Fail("the data folder " + dataDir + " cannot be written (" + w.error +
+                    "): there would be no logs and no journal to undo a sort with, so nothing "
+                    "was sorted; give a folder you can write with --data-dir");
+    }
+    fs.Remove(probe);
     const std::string ini = AddBackslash(dataDir) + "Pelmark.ini";
     std::string from = args.settings;
     if (from.empty() && !fs.Exists(ini)) from = AddBackslash(args.samples) + "Pelmark.ini";
     std::error_code same;
     if (!from.empty() && !std::filesystem::equivalent(from, ini, same)) {
         FileResult r = fs.Copy(from, ini);
-        if (!r.ok()) return Fail("cannot copy the settings file " + from + ": " + r.error);
+        if (!r.ok())
+            return Fail("cannot copy the settings file " + from + " to " + ini + ": " + r.error);
     }
     const std::string items = AddBackslash(dataDir) + "Items.iif";
     if (!fs.Exists(items)) fs.Copy(AddBackslash(args.samples) + "Items.iif", items);

@@ -1,4 +1,4 @@
-// Tests of the item list read from a QuickBooks IIF export, and of the item table's growth.
+// Tests of the item list read from a QuickBooks IIF export.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -89,29 +89,6 @@ TEST(ItemsTest, LayoutsQuickBooksAndEditorsWrite) {
     }
 }
 
-TEST(ItemsTest, MissingColumnsAskToContinue) {
-    struct {
-        const char* header;
-        size_t count;  // items read after the user answers Yes
-    } cases[] = {
-        {"!INVITEM\tNAME\tINVITEMTYPE\tCOST", 1},   // no DESC and PRICE: read without them
-        {"!INVITEM\tINVITEMTYPE\tDESC\tPRICE", 0},  // no NAME: the rows cannot be read
-        {"!INVITEM\tNAME\tDESC\tPRICE", 0},         // no INVITEMTYPE
-    };
-    for (const auto& c : cases) {
-        ItemsApp t;
-        t.Read(std::string(c.header) + "\r\nINVITEM\tA\tSERV\tx\r\n");
-        ASSERT_EQ(t.prompter.shown.size(), 1u) << c.header;
-        EXPECT_NE(t.prompter.shown[0].text.find("Could not find all iif fields"),
-                  std::string::npos);
-        EXPECT_NE(t.prompter.shown[0].text.find(kContinueOrTerminate), std::string::npos);
-        EXPECT_EQ(t.app.items.count(), c.count) << c.header;
-    }
-    ItemsApp t;
-    t.prompter.Answer(kAnsNo);
-    EXPECT_THROW(t.Read("!INVITEM\tNAME\r\nINVITEM\tA\r\n"), ProgramEnd);
-}
-
 TEST(ItemsTest, TaxCollectionsAndReload) {
     ItemsApp t;
     ItemRec kept;
@@ -128,25 +105,6 @@ TEST(ItemsTest, TaxCollectionsAndReload) {
     ASSERT_EQ(table.salesTaxItems.size(), 1u);
     EXPECT_EQ(table.items[table.salesTaxItems.at("state tax")].desc, "first");
     EXPECT_EQ(table.items[table.salesTaxGroups.at("COUNTY")].price, "7.5%");
-}
-
-TEST(ItemsTest, LargeExportAndTableGrowth) {
-    constexpr int kItems = 100000;
-    std::string iif =
-        "!HDR\tPROD\r\nHDR\tQuickBooks Enterprise\r\n"
-        "!INVITEM\tNAME\tREFNUM\tINVITEMTYPE\tDESC\tPRICE\tCOST\tSALESTAXCODE\r\n";
-    for (int i = 0; i < kItems; ++i) {
-        std::string n = std::to_string(i);
-        iif += "INVITEM\tGroup " + std::to_string(i % 50) + ":Part " + n + "\t" + n +
-               (i % 1000 == 0 ? "\tSTAX\t" : "\tINVENTORY\t") + "Part " + n + "\t1.00\t\tTax\r\n";
-    }
-    ItemsApp t;
-    t.Read(iif);
-    const ItemTable& table = t.app.items;
-    ASSERT_EQ(table.count(), static_cast<size_t>(kItems));
-    EXPECT_EQ(table.upperBound, 101000u);  // 1000 first, then steps of 2000
-    EXPECT_EQ(Show(table.items.back()), "Part 99999|Group 49:Part 99999|2|3|Part 99999|1.00||Tax");
-    EXPECT_EQ(table.salesTaxItems.size(), static_cast<size_t>(kItems / 1000));
 }
 
 }  // namespace

@@ -98,21 +98,6 @@ TEST(ErrLogTest, OpenModesFirstLinesAndCounters) {
     EXPECT_EQ(t.app.common.errCounters[1], INT16_MAX) << "the counter does not wrap";
 }
 
-TEST(ErrLogTest, InvalidModeLeavesTheLogClosedUntilTheFirstWrite) {
-    TestApp t;
-    t.dir.Write("Err.Log", "from the previous run\r\n");
-    OpenErrLog(t.app, "ADD");
-    ASSERT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_EQ(t.prompter.shown[0].text, "Program err - invalid log open ADD");
-    EXPECT_EQ(t.prompter.shown[0].style, kMbCritical);
-    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark");
-    EXPECT_FALSE(t.app.common.errLogOpen);
-    WriteErr(t.app, "INFO\tafter");
-    auto lines = t.ErrLines();
-    ASSERT_EQ(lines.size(), 2u) << "the first write opens the log anew";
-    EXPECT_EQ(lines[0], "INFO\tOUTPUT\tErr Log B" + VersionText());
-}
-
 TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
     struct Case {
         const char* option;
@@ -219,15 +204,5 @@ TEST(StampTest, MakeDateTimeStampFormatsAndRejects) {
     EXPECT_TRUE(MakeDateTimeStamp(t.app, LocalTime{2024, 2, 29}));
     EXPECT_FALSE(MakeDateTimeStamp(t.app, std::nullopt, LocalTime{2026, 1, 1, 24, 0, 0}));
 }
-
-TEST(TextTest, SplitLinesHandlesEveryLineEnd) {
-    EXPECT_EQ(SplitLines("\xEF\xBB\xBF"
-                         "a\r\nb\nc\rd\r\n"),
-              (std::vector<std::string>{"a", "b", "c", "d"}));
-    EXPECT_EQ(SplitLines("a\n\nb"), (std::vector<std::string>{"a", "", "b"}));
-    EXPECT_TRUE(SplitLines("").empty());
-    EXPECT_EQ(OneLine("a\r\nb\nc"), "a\tb\tc");
-}
-
 }  // namespace
 }  // namespace pelmark

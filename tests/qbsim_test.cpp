@@ -636,8 +636,8 @@ TEST_F(QbsimTxn, RefusedModsChangeNothing) {
          "ItemGroup"},
         {kSo501, kSo501Seq, "<ShipMethodRef><FullName>Camel</FullName></ShipMethodRef>", 3140,
          "ShipMethod \"Camel\" in the SalesOrder."},
-        {kSo501, kSo501Seq, line("-1", widget + "<Quantity>99999999999999999999</Quantity>"),
-         3045, "converting the quantity \"99999999999999999999\" in the field \"Quantity\""},
+        {kSo501, kSo501Seq, line("-1", widget + "<Quantity>99999999999999999999</Quantity>"), 3045,
+         "converting the quantity \"99999999999999999999\" in the field \"Quantity\""},
         {kSo501, kSo501Seq,
          line("-1", widget + "<Quantity>9999999999</Quantity><Rate>9999999999</Rate>"), 3040,
          "converting the amount"},
@@ -1066,19 +1066,22 @@ TEST(QbsimCompanyFile, SavesAtomicallyAndNumbersNewIDsAsQuickBooks) {
     Company company;
     ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
     ASSERT_TRUE(company.SaveFile(dir.File("co.xml")).ok);
-    EXPECT_FALSE(fs::exists(dir.File("co.xml.tmp"))) << "the temporary file does not linger";
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 1) << "no temporary file";
     Company again;
     ASSERT_TRUE(again.LoadFile(dir.File("co.xml")).ok());
     EXPECT_EQ(again.ToXml(), company.ToXml());
 
-    // Something in the way of the temporary file: the save fails and the old file stays whole.
+    // A read-only company file is refused (whoever runs the test) and stays whole.
     const std::string old = dir.Read("co.xml");
-    fs::create_directory(dir.File("co.xml.tmp"));
+    fs::permissions(dir.File("co.xml"),
+                    fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
+                    fs::perm_options::remove);
     company.Touch(company.FindTxn("Invoice", "1A2B-1700000000"));
     SaveResult failed = company.SaveFile(dir.File("co.xml"));
     EXPECT_FALSE(failed.ok);
-    EXPECT_NE(failed.description.find("co.xml.tmp"), std::string::npos) << failed.description;
+    EXPECT_NE(failed.description.find("co.xml is read-only"), std::string::npos);
     EXPECT_EQ(dir.Read("co.xml"), old);
+    fs::permissions(dir.File("co.xml"), fs::perms::owner_write, fs::perm_options::add);
 
     // No counter stored: new IDs continue above every ID in the file, and the counter is kept.
     EXPECT_EQ(again.NewTxnID(), "80000000-1714573800");

@@ -165,7 +165,8 @@ struct Generator {
 
     void Settings(SortRig& rig) {
         std::vector<std::string> levels;
-        for (int i = 0, n = Pick(4); i < n; ++i)
+        // At least one level: a run with none stops before QuickBooks ("nothing to sort by").
+        for (int i = 0, n = 1 + Pick(4); i < n; ++i)
             levels.push_back((Chance(30) ? "-" : "") + std::string(Of(kLevels)));
         rig.Levels(levels);
         for (int i = 0; i < 5; ++i)

@@ -74,7 +74,8 @@ bool SaveAndClose(App& app) {
         screen::SendKeysEscaped(app, "%a", true);
         ++run.saveRounds;
         ShowStatus(app, std::to_string(run.saveRounds));
-        ShowStatus(app, "Cannot save");
+        // Only a round that found the window still open after Alt+A failed to save.
+        if (run.saveRounds > 1) ShowStatus(app, "Cannot save");
         if (run.saveRounds > kMaxSaveRounds) return PromptFail(app, "Cannot save transaction");
     }
 }
@@ -89,7 +90,15 @@ bool OrderQuerySub(App& app, const qb::TxnKindInfo& k, const std::string& number
     if (app.qb.txn.statusCode == qb::kStatusNoMatch)
         return PromptFail(
             app, std::string(k.kindWord) + number + " for cust " + customer + " was not found");
-    return FailWith(app, "Invoice collection is nothing, somehow");
+    // The kind's own word, and whether QuickBooks answered at all, so the message blames the
+    // real cause.
+    const int status = app.qb.txn.statusCode;
+    return FailWith(
+        app, std::string(k.name) + " collection is nothing, somehow" +
+                 (status == qb::kNoStatus
+                      ? std::string(": QuickBooks did not answer the query (it was "
+                                    "closed, or the session was lost)")
+                      : ": QuickBooks answered the query with status " + std::to_string(status)));
 }
 
 std::vector<std::string> CustomFieldNames(const App& app) {
@@ -195,6 +204,12 @@ bool PreProcess(App& app) {
         return false;
     }
     ++run.runCounter;
+    // An empty settings file, or one without a sort level, would rewrite every line to no end.
+    if (sort::ActiveLevels(sort::ReadSortSettings(app.frmMain).levels).empty())
+        return FailWith(app,
+                        "There is nothing to sort by: choose at least one Sort By field "
+                        "(or give the settings file one) and sort again. QuickBooks was "
+                        "not touched.");
 
     std::string number = Trim(app.frmMain.Text("txtRefNo"));
     std::string customer;
@@ -213,7 +228,12 @@ bool PreProcess(App& app) {
     run.trnsNoValue = static_cast<long>(std::lround(NumVal(number)));
 
     if (number.empty() && customer.empty())
-        return FailWith(app, "No customer or Transaction Window found or is not open or is hidden");
+        return FailWith(app, std::string("No customer or Transaction Window found or is not open "
+                                         "or is hidden") +
+                                 (s.qbFoundFlag ? ""
+                                                : ": QuickBooks' main window was not found; "
+                                                  "start QuickBooks (or wait until it has "
+                                                  "opened the company) and sort again"));
 
     if (!customer.empty()) {
         if (!app.frmMain.Checked("chkSkipCustomerQueryEachTime")) qb::CustomerQuerySub(app);

@@ -125,6 +125,7 @@ void ReadItemsIIF(App& app) {
     table.Clear();
     std::optional<Columns> columns;  // none until the first !INVITEM header
     size_t skipped = 0;
+    bool reportedMissing = false;
     std::vector<std::string> lines = SplitLines(*text);
     text.reset();
     for (size_t n = 0; n < lines.size(); ++n) {
@@ -134,12 +135,21 @@ void ReadItemsIIF(App& app) {
         std::string first = Upper(Cell(std::string_view(line).substr(0, firstEnd)));
         if (first == "!INVITEM") {
             columns = ReadHeader(Cells(line));
-            if (!columns->name || !columns->type || !columns->desc || !columns->price) {
-                DebugLog(app,
-                         "Read Items IIF header on line " + std::to_string(n + 1) +
-                             " lacks NAME, INVITEMTYPE, DESC or PRICE",
-                         1);
-                DoErrorsNoReturn(app, "INFO\tCould not find all iif fields", kContinueOrTerminate);
+            std::string missing;
+            for (auto [found, name] : {std::pair{columns->name.has_value(), "NAME"},
+                                       {columns->type.has_value(), "INVITEMTYPE"},
+                                       {columns->desc.has_value(), "DESC"},
+                                       {columns->price.has_value(), "PRICE"}}) {
+                if (!found) missing += (missing.empty() ? "" : ", ") + std::string(name);
+            }
+            // Asked once per file: a second header with the same gap adds nothing.
+            if (!missing.empty() && !reportedMissing) {
+                reportedMissing = true;
+                DoErrorsNoReturn(app,
+                                 "INFO\tCould not find all iif fields: the header on line " +
+                                     std::to_string(n + 1) + " of " + path + " has no " + missing +
+                                     " column",
+                                 kContinueOrTerminate);
             }
             continue;
         }

@@ -226,6 +226,7 @@ int ShowMessage(App& app, const std::string& prompt, int buttons, const std::str
 
 void CloseWMsg(App& app, const std::string& text) {
     DebugLog(app, "Close w msg " + text + " " + app.common.currentStep, 0);
+    app.run.lastError = text;  // the reason the program ended, for whoever reports the end
     ShowMessage(app, text, kMbCritical | kMbOKOnly);
     if (app.common.developerMode) throw ProgramEnd{1, false};
     CloseEnd(app, 1);

@@ -261,6 +261,92 @@ std::string OneRecordLine(std::string value) {
     return ReplaceAll(std::move(value), "\n", " ");
 }
 
+// UTF-8 of a code point.
+void AppendUtf8(std::string& out, unsigned cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
+bool IsUtf8(std::string_view s) {
+    for (std::size_t i = 0; i < s.size();) {
+        const auto c = static_cast<unsigned char>(s[i]);
+        const std::size_t n = c < 0x80         ? 1
+                              : (c >> 5) == 6  ? 2
+                              : (c >> 4) == 14 ? 3
+                              : (c >> 3) == 30 ? 4
+                                               : 0;
+        if (n == 0 || i + n > s.size()) return false;
+        for (std::size_t k = 1; k < n; ++k)
+            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
+        i += n;
+    }
+    return true;
+}
+
+// The settings file as UTF-8 text. Notepad saves "Unicode" as UTF-16 with a byte-order mark and
+// older Windows editors save the ANSI code page; both are read. What is not text at all gets
+// its encoding named in `problem` and no text.
+std::optional<std::string> DecodeSettings(std::string_view raw, std::string* problem) {
+    auto starts = [&](std::string_view bom) { return raw.substr(0, bom.size()) == bom; };
+    if (starts(std::string_view("\xFF\xFE\0\0", 4)) ||
+        starts(std::string_view("\0\0\xFE\xFF", 4))) {
+        *problem = "it is UTF-32; save it as UTF-8 or UTF-16 (Unicode)";
+        return std::nullopt;
+    }
+    if (starts("\xFF\xFE") || starts("\xFE\xFF")) {
+        const bool little = raw[0] == '\xFF';
+        std::string out;
+        for (std::size_t i = 2; i + 1 < raw.size(); i += 2) {
+            const auto a = static_cast<unsigned char>(raw[i]),
+                       b = static_cast<unsigned char>(raw[i + 1]);
+            unsigned unit = little ? a | (b << 8) : (a << 8) | b;
+            if (unit >= 0xD800 && unit < 0xDC00 && i + 3 < raw.size()) {
+                const auto c = static_cast<unsigned char>(raw[i + 2]),
+                           d = static_cast<unsigned char>(raw[i + 3]);
+                const unsigned low = little ? c | (d << 8) : (c << 8) | d;
+                if (low >= 0xDC00 && low < 0xE000) {
+                    unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+                    i += 2;
+                }
+            }
+            AppendUtf8(out, unit);
+        }
+        raw = out;
+        if (raw.find('\0') == std::string_view::npos) return out;
+    }
+    if (raw.find('\0') != std::string_view::npos) {
+        *problem = raw.size() > 1 && (raw[1] == '\0' || raw[0] == '\0')
+                       ? "it looks like UTF-16 without a byte-order mark; save it as UTF-8 or "
+                         "as UTF-16 (Unicode) from Notepad"
+                       : "it holds binary data, not text";
+        return std::nullopt;
+    }
+    if (IsUtf8(raw)) return std::string(raw);
+    std::string out;  // Windows-1252 read as Latin-1, which agrees on every letter it has
+    for (char c : raw) AppendUtf8(out, static_cast<unsigned char>(c));
+    return out;
+}
+
+// A line as it may be shown: control characters and stray bytes become "?".
+std::string Printable(std::string_view line) {
+    std::string out;
+    for (char c : line) out += static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? '?' : c;
+    return out.size() > 120 ? out.substr(0, 120) + "..." : out;
+}
+
 }  // namespace
 
 void ReadIni(App& app, ui::Form& form, const ReadIniOptions& options) {
@@ -282,7 +368,13 @@ void ReadIni(App& app, ui::Form& form, const ReadIniOptions& options) {
         return;
     }
 
-    std::vector<std::string> lines = SplitLines(*text);
+    std::string problem;
+    std::optional<std::string> decoded = DecodeSettings(*text, &problem);
+    if (!decoded) {
+        CloseWMsg(app, std::string(kProductName) + " cannot read the settings file " + ini.path +
+                           ": " + problem + ".");
+    }
+    std::vector<std::string> lines = SplitLines(*decoded);
     for (std::string& line : lines) line = TrimWs(line);
     for (size_t i = 0; i < lines.size() && i < 4; ++i) {
         if (StartsWith(Upper(lines[i]), ";VER=")) ini.version = lines[i].substr(5);
@@ -302,7 +394,12 @@ void ReadIni(App& app, ui::Form& form, const ReadIniOptions& options) {
         if (Classify(lines[i]) == LineKind::Invalid) {
             CloseWMsg(app, std::string(kProductName) + " invalid ini record #=" +
                                std::to_string(firstLineNo + static_cast<int>(i)) + kCrLf +
-                               lines[i]);
+                               Printable(lines[i]) + kCrLf + "Line " +
+                               std::to_string(firstLineNo + static_cast<int>(i)) + " of " +
+                               ini.path +
+                               " is neither a [section], a comment nor a name=value record. "
+                               "Correct or delete that line, or delete the file to start "
+                               "from the defaults.");
         }
     }
 

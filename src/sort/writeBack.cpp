@@ -150,6 +150,7 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
     const LineValues values = NewLineValues(expected, answered, plan, before.txnID, k);
 
     CheckOptions check;
+    bool customFieldsFailed = false;
     check.fields = ModifiableLineFields(app, kind);
     check.extraFields = values.weights;
     ShowStatus(app, "Setting up Custom Fields ");
@@ -159,14 +160,22 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
         check.customFields = false;
     } else {
         ShowStatus(app, "Doing Custom Fields ");
-        if (!WriteCustomFields(app, values.writes)) {
-            DebugLog(app, "Custom field update / Data Ext failed ", 1);
-            ShowMessage(app, "Custom field update / Data Ext failed ");
-        }
+        customFieldsFailed = !WriteCustomFields(app, values.writes);
+        if (customFieldsFailed) DebugLog(app, "Custom field update / Data Ext failed ", 1);
         DebugLog(app, "Do Back Ground, Do data ext mods ", 5);
     }
 
     const std::vector<std::string> problems = CheckTransaction(app, kind, before, expected, check);
+    // A lost answer to a custom-field request does not mean the values are missing: the check
+    // reads them back, so the message says what it found.
+    if (customFieldsFailed) {
+        ShowMessage(app,
+                    std::string("Custom field update / Data Ext failed ") +
+                        (problems.empty() ? "- but the check after the modify found every value in "
+                                            "place; nothing is missing."
+                                          : "- the check after the modify found the differences "
+                                            "reported next; Undo restores the transaction."));
+    }
     ReportCheck(app, problems);
 
     ShowStatus(app, "Sending Display Trans to QB");
