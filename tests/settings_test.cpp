@@ -197,7 +197,8 @@ TEST(SettingsFile, UnknownControlsAndValuesAreReportedOnceAtTheEnd) {
         "cboSortField=Amount\r\n"
         "cboCFNetWeight=Lbs\r\n"
         "cboTotalsItem=Freight\r\n"
-        "lstOptionsInternal=3,99\r\n";
+        "lstOptionsInternal=3,99\r\n"
+        "txtBlankLines=abc\r\n";
     TestApp t;
     ui::Form& f = t.app.frmMain;
     f.SetOption(*f.Find("optStopOnAll"), true);
@@ -208,7 +209,8 @@ TEST(SettingsFile, UnknownControlsAndValuesAreReportedOnceAtTheEnd) {
               "Rec#=2 form [frmMain], record=chkNoSuch=1\r\n"
               "Rec#=4 form [frmMain], record=cboSortField=Amount");
     EXPECT_EQ(t.app.settings.notFoundValues,
-              "cboSortField(0)(Nope)\r\ncboCFNetWeight(Lbs)\r\nlstOptionsInternal(3,99)");
+              "cboSortField(0)(Nope)\r\ncboCFNetWeight(Lbs)\r\nlstOptionsInternal(3,99)\r\n"
+              "txtBlankLines(abc): Invalid number. Must be between 0-9 Not numeric");
     ASSERT_EQ(t.prompter.shown.size(), 2u);
     EXPECT_NE(t.prompter.shown[0].text.find("The following INI controls were not found. "
                                             "Usaully occurs when updating versions. Continue?"),

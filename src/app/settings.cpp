@@ -435,8 +435,14 @@ void ReadIni(App& app, ui::Form& form, const ReadIniOptions& options) {
                                        "], record=" + line);
             continue;
         }
-        if (!Apply(form, *control, value)) {
-            notFoundValues.push_back(keyText + "(" + value + ")");
+        // A number box given text is a value of the wrong type: kept, and reported with the
+        // values not found, once.
+        std::optional<std::string> wrongType;
+        if (EqualsNoCase(key.name, "txtBlankLines")) wrongType = CheckBlankLines(value);
+        if (EqualsNoCase(key.name, "txtDebugLevel")) wrongType = CheckDebugLevel(value);
+        if (!Apply(form, *control, value) || wrongType) {
+            notFoundValues.push_back(keyText + "(" + value + ")" +
+                                     (wrongType ? ": " + *wrongType : std::string()));
             DebugLog(app, "Read Ini:settings not found " + keyText + "(" + value + ")", 1);
         }
     }
