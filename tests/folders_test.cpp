@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "app/folders.h"
+#include "app/run.h"
 #include "app/text.h"
 #include "fakes/fakes.h"
 
@@ -134,6 +135,14 @@ TEST(FoldersTest, GivenDataFolderTracesAndFailures) {
     t.app.frmMain.Find("chkIniInUserAppData")->value = 1;
     EXPECT_EQ(GetIniFFN(t.app, "frmMain", false), f.userData + "Pelmark.ini");
     EXPECT_EQ(t.app.settings.tempPath, f.userData + "Pelmark.ino");
+
+    // A data folder that cannot be written is reported at once, and the run refuses to start.
+    TestApp ro;
+    ro.files.failPathPart = "write-test";
+    CommonHouseKeeper(ro.app, {root, "pelmark.exe", root, false});
+    EXPECT_NE(ro.prompter.shown.at(0).text.find("no logs and no journal"), std::string::npos);
+    EXPECT_FALSE(PreProcess(ro.app));
+    EXPECT_NE(ro.app.run.lastError.find("cannot be written"), std::string::npos);
 }
 
 // The real file system, except that copying a file of a chosen name fails (as a file that

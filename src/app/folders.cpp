@@ -241,6 +241,21 @@ void CommonHouseKeeper(App& app, const HouseKeeperOptions& options) {
         MakeFolderChain(app, folder);
     }
 
+    // A data folder that cannot be written would lose the logs and the journal that Undo
+    // needs; the user hears it now, and the run refuses to modify anything.
+    f.dataWritable = true;
+    if (dataKnown) {
+        const std::string probe = f.data + "Pelmark.write-test";
+        if (FileResult w = app.sys.files->WriteAll(probe, "x"); !w.ok()) {
+            f.dataWritable = false;
+            ShowMessage(app, "The data folder " + f.data + " cannot be written (" + w.error +
+                                 "): there will be no logs and no journal, so Pelmark will not "
+                                 "sort until the folder can be written.");
+        } else {
+            app.sys.files->Remove(probe);
+        }
+    }
+
     GetIniFFN(app, "CM", options.copyOldFiles);
     DebugLog(app, "Common House Keeper - Prod Path=" + f.data, 2);
 }

@@ -22,6 +22,7 @@ struct Folders {
     std::string iniFFN;          // full name of the settings file
     std::string movedNote;       // the note kept for the user when old files were moved
     bool vista = false;          // Windows Vista or later
+    bool dataWritable = true;    // false when a file could not be written in `data` at start-up
     // From the registry and the environment (GetOSInfo).
     std::string registeredOwner, registeredOrganization, productName, currentVersion;
     std::string shortDateFormat;

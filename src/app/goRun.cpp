@@ -204,6 +204,10 @@ bool PreProcess(App& app) {
         return false;
     }
     ++run.runCounter;
+    if (!app.folders.dataWritable)
+        return FailWith(app, "Nothing was sorted: the data folder " + app.folders.data +
+                                 " cannot be written, so there would be no journal to undo "
+                                 "the sort with.");
     // An empty settings file, or one without a sort level, would rewrite every line to no end.
     if (sort::ActiveLevels(sort::ReadSortSettings(app.frmMain).levels).empty())
         return FailWith(app,
