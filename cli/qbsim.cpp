@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sim/company.h"
+#include "sim/companyLock.h"
 #include "sim/processor.h"
 #include "sim/show.h"
 
@@ -33,14 +34,15 @@ int Request(const std::vector<std::string>& args) {
         return kUsageError;
     }
     const std::string& path = args[0];
+    std::string request((std::istreambuf_iterator<char>(std::cin)),
+                        std::istreambuf_iterator<char>());
+    CompanyLock lock(path);  // load, answer and save as one step among concurrent processes
     Company company;
     LoadResult loaded = company.LoadFile(path);
     if (!loaded.ok()) {
         std::fprintf(stderr, "qbsim: %s: %s\n", path.c_str(), loaded.ToString().c_str());
         return kBadCompany;
     }
-    std::string request((std::istreambuf_iterator<char>(std::cin)),
-                        std::istreambuf_iterator<char>());
     ProcessResult result = ProcessRequest(company, request);
     if (!result.ok) {
         std::fprintf(stderr, "qbsim: the request was refused (HRESULT 0x%08X): %s\n",

@@ -636,6 +636,11 @@ TEST_F(QbsimTxn, RefusedModsChangeNothing) {
          "ItemGroup"},
         {kSo501, kSo501Seq, "<ShipMethodRef><FullName>Camel</FullName></ShipMethodRef>", 3140,
          "ShipMethod \"Camel\" in the SalesOrder."},
+        {kSo501, kSo501Seq, line("-1", widget + "<Quantity>99999999999999999999</Quantity>"),
+         3045, "converting the quantity \"99999999999999999999\" in the field \"Quantity\""},
+        {kSo501, kSo501Seq,
+         line("-1", widget + "<Quantity>9999999999</Quantity><Rate>9999999999</Rate>"), 3040,
+         "converting the amount"},
     };
     const std::string before = company.ToXml();
     for (const Case& c : cases) {
@@ -964,6 +969,8 @@ TEST(QbsimRefused, MessageSetsQuickBooksCannotParse) {
         {"<QBXML><QBXMLMsgsRq", "not well-formed"},
         {"<QBXML><QBXMLMsgsRq onError=\"stopOnError\"/></QBXML>", "qbxml version"},
         {MsgSet(ok, "stopOnError", "14.0"), "14.0"},
+        {MsgSet(ok, "stopOnError", "7.-1"), "7.-1"},
+        {MsgSet(ok, "stopOnError", "7.99999999999999999999"), "7.9999"},
         {MsgSet(ok, "rollbackOnError"), "onError"},
         {"<?qbxml version=\"7.0\"?><QBXMLMsgsRq onError=\"stopOnError\"/>", "<QBXML>"},
         {MsgSet("<CustomerFetchRq/>"), "CustomerFetchRq"},

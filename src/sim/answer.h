@@ -29,6 +29,14 @@ Status ObjectNotFound(const std::string& id);
 // "txn id" and "txn line id" for the transaction IDs.
 Status InvalidObjectID(const std::string& id, const std::string& field);
 
+// QuickBooks' answer to a number it cannot hold (Intuit's status code table: the "error when
+// converting" rows; 3040 names an amount, price or percentage, 3045 a quantity). No published
+// upper limit was found, so qbsim takes ten digits before the point, the width of QuickBooks'
+// amount columns, which keeps every sum of a transaction far inside 64-bit cents. The client
+// treats every status of 1000 and above alike, so the exact limit does not matter to it.
+inline constexpr double kLargestNumber = 9999999999.99;
+Status ConversionError(const std::string& field, const std::string& value);
+
 // What a handler works with: the company and the qbXML version of the message set.
 struct Context {
     Company& company;

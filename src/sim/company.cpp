@@ -8,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <random>
 #include <set>
 #include <sstream>
 #include <system_error>
@@ -443,10 +444,21 @@ SaveResult Company::SaveFile(const std::string& path) const {
     SaveResult result;
     if (!doc_) return {false, "there is no company to save"};
     const fs::path target = fs::path(path);
-    fs::path temp = target;
-    temp += ".tmp";
-    const std::string xml = ToXml();
     std::error_code ec;
+    // A read-only company stays as it is (QuickBooks opens no company it cannot write). On
+    // Windows the read-only attribute shows as permissions without write bits.
+    const fs::perms perms = fs::status(target, ec).permissions();
+    if (!ec && (perms & fs::perms::owner_write) == fs::perms::none) {
+        return {false, "the company file " + path + " is read-only; nothing was changed"};
+    }
+    // A name of its own for each save, so that two processes never write into one temporary file.
+    std::random_device random;
+    char suffix[32];
+    std::snprintf(suffix, sizeof suffix, ".%08x%08x.tmp", static_cast<unsigned>(random()),
+                  static_cast<unsigned>(random()));
+    fs::path temp = target;
+    temp += suffix;
+    const std::string xml = ToXml();
     {
         std::ofstream out(temp, std::ios::binary | std::ios::trunc);
         if (!out) return {false, "could not create " + temp.string()};

@@ -3,6 +3,7 @@
 #include "sim/processor.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -37,6 +38,15 @@ Status PartlyFound(const std::string& missing) {
 Status ObjectNotFound(const std::string& id) {
     return {3120, "Object \"" + id + "\" specified in the request cannot be found.", {}};
 }
+Status ConversionError(const std::string& field, const std::string& value) {
+    const bool quantity = field.find("Quantity") != std::string::npos;
+    return {quantity ? 3045 : 3040,
+            std::string("There was an error when converting the ") +
+                (quantity ? "quantity" : "amount") + " \"" + value + "\" in the field \"" + field +
+                "\".",
+            {}};
+}
+
 Status InvalidObjectID(const std::string& id, const std::string& field) {
     return {
         3000, "The given object ID \"" + id + "\" in the field \"" + field + "\" is invalid.", {}};
@@ -344,14 +354,29 @@ class ReferenceCheck {
     std::vector<std::pair<qb::Node*, pugi::xml_node>> built_;
 };
 
+// "major.minor" or "major", each part one to four digits: every qbXML version there is.
+bool ParseVersion(std::string_view text, int* major, int* minor) {
+    auto part = [](std::string_view digits, int* out) {
+        if (digits.empty() || digits.size() > 4) return false;
+        *out = 0;
+        for (char c : digits) {
+            if (c < '0' || c > '9') return false;
+            *out = *out * 10 + (c - '0');
+        }
+        return true;
+    };
+    const auto dot = text.find('.');
+    *minor = 0;
+    return part(text.substr(0, dot), major) && *major >= 1 &&
+           (dot == std::string_view::npos || part(text.substr(dot + 1), minor));
+}
+
 // A host answers every qbXML version up to the highest it lists: QuickBooks keeps accepting the
 // older specifications, and its list names only the versions that were published.
 bool Supported(const Company& company, int major, int minor) {
     for (pugi::xml_node v : company.Host().children("SupportedQBXMLVersion")) {
-        std::string s = v.text().get();
-        auto dot = s.find('.');
-        int hostMajor = std::atoi(s.substr(0, dot).c_str());
-        int hostMinor = dot == std::string::npos ? 0 : std::atoi(s.substr(dot + 1).c_str());
+        int hostMajor = 0, hostMinor = 0;
+        if (!ParseVersion(v.text().get(), &hostMajor, &hostMinor)) continue;
         if (major < hostMajor || (major == hostMajor && minor <= hostMinor)) return true;
     }
     return false;
@@ -381,11 +406,10 @@ void ParseMessageSet(const Company& company, std::string_view text, MessageSet& 
         throw Refusal{"the <?qbxml?> instruction names no version"};
     }
     set.version = std::string(value.substr(quote + 1, close - quote - 1));
-    auto dot = set.version.find('.');
-    set.major = std::atoi(set.version.substr(0, dot).c_str());
-    set.minor = dot == std::string::npos ? 0 : std::atoi(set.version.substr(dot + 1).c_str());
-    // A version above the host's highest is refused like a document QuickBooks cannot parse.
-    if (set.major < 1 || !Supported(company, set.major, set.minor)) {
+    // A version above the host's highest, or one that is no number at all ("7.-1", a minor
+    // part too long for an int), is refused like a document QuickBooks cannot parse.
+    if (!ParseVersion(set.version, &set.major, &set.minor) ||
+        !Supported(company, set.major, set.minor)) {
         throw Refusal{"qbXML version " + set.version + " is not one this QuickBooks supports"};
     }
     pugi::xml_node root = set.doc.document_element();
@@ -419,6 +443,24 @@ void ParseMessageSet(const Company& company, std::string_view text, MessageSet& 
     }
     set.requests = Elements(msgs);
     ReferenceCheck(text).Run(set);
+}
+
+// The first quantity, amount, price or percentage in a request beyond what QuickBooks holds.
+std::optional<Status> NumberOutOfRange(pugi::xml_node node) {
+    static const std::set<std::string_view> numeric = {
+        "Quantity",    "Rate",       "RatePercent",       "Amount",
+        "TotalAmount", "MarkupRate", "MarkupRatePercent", "SalesTaxPercentage",
+        "ExchangeRate"};
+    for (pugi::xml_node c : Elements(node)) {
+        if (numeric.count(c.name()) && Elements(c).empty()) {
+            const std::string text = c.text().get();
+            if (std::fabs(std::strtod(text.c_str(), nullptr)) > kLargestNumber)
+                return ConversionError(c.name(), text);
+        } else if (std::optional<Status> bad = NumberOutOfRange(c)) {
+            return bad;
+        }
+    }
+    return std::nullopt;
 }
 
 // ---- Answers ----------------------------------------------------------------------------
@@ -816,6 +858,12 @@ ProcessResult ProcessRequest(Company& company, std::string_view requestXml) {
         result.hresult = kHrParseError;
         result.message = std::string(kParseErrorText) + " " + r.message;
         return result;
+    } catch (const std::exception& e) {
+        // Whatever the reference model cannot take is a document QuickBooks cannot parse.
+        result.ok = false;
+        result.hresult = kHrParseError;
+        result.message = std::string(kParseErrorText) + " " + e.what();
+        return result;
     }
 
     const bool wasModified = company.Modified();
@@ -833,7 +881,12 @@ ProcessResult ProcessRequest(Company& company, std::string_view requestXml) {
         } else {
             auto handler = Handlers().find(name);
             // Requests QuickBooks knows but qbsim does not answer (yet).
-            status = handler == Handlers().end() ? NotImplemented() : handler->second(ctx, rq, rs);
+            if (std::optional<Status> bad = NumberOutOfRange(rq)) {
+                status = *bad;
+            } else {
+                status =
+                    handler == Handlers().end() ? NotImplemented() : handler->second(ctx, rq, rs);
+            }
         }
         if (status.code >= 1000) failed = true;
         if (pugi::xml_attribute id = rq.attribute("requestID")) {

@@ -5,6 +5,7 @@
 #include <random>
 #include <system_error>
 
+#include "sim/companyLock.h"
 #include "sim/processor.h"
 
 namespace pelmark::sim {
@@ -70,6 +71,9 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
                                                  std::string* response) {
     const char* call = "ProcessRequest";
     if (qb::TransportResult r = CheckTicket(call, ticket); !r.ok) return r;
+    // Read, answer and save under the company's lock, so that runs in other processes neither
+    // overwrite this change nor are overwritten by it.
+    CompanyLock lock(path_);
     if (FileChanged()) {
         if (qb::TransportResult loaded = Load(call); !loaded.ok) return loaded;
     }
@@ -78,6 +82,7 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
     if (result.changed) {
         SaveResult saved = company_.SaveFile(path_);
         if (!saved.ok) {
+            company_ = Company();  // the change was not kept: read the file again next time
             return Fail(call, kHrFail,
                         "(qbsim could not save the company: " + saved.description + ")");
         }

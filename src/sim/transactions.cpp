@@ -752,6 +752,33 @@ double TaxPercent(Edit& e) {
     return sum;
 }
 
+// What the lines could come to at most, groups and percentages included, tax added: a product
+// of two numbers QuickBooks takes (quantity x rate) can still be beyond what it holds, and must
+// be refused before a sum overflows.
+std::optional<Status> TotalOutOfRange(Edit& e) {
+    double bound = 0;
+    auto walk = [&](auto& self, pugi::xml_node parent) -> void {
+        for (pugi::xml_node node : Elements(parent)) {
+            if (Is(node, e.kind.group)) {
+                self(self, node);
+            } else if (Is(node, e.kind.line)) {
+                const double q = node.child("Quantity") ? Number(ChildText(node, "Quantity")) : 1;
+                const double line = std::max(std::fabs(Number(ChildText(node, "Amount"))),
+                                             std::fabs(q * Number(ChildText(node, "Rate"))));
+                bound += line + std::fabs(Number(ChildText(node, "RatePercent"))) / 100 * bound;
+            }
+        }
+    };
+    walk(walk, e.txn);
+    bound *= 1 + std::fabs(TaxPercent(e)) / 100;
+    if (!(bound <= kLargestNumber)) {
+        char text[64];
+        std::snprintf(text, sizeof text, "%.2f", bound);
+        return ConversionError("Amount", text);
+    }
+    return std::nullopt;
+}
+
 void ComputeTotals(Edit& e) {
     const Order& order = e.kind.header;
     const Cents subtotal = ComputeLines(e, e.txn);
@@ -1000,6 +1027,7 @@ Status Mod(Context& ctx, const Kind& kind, pugi::xml_node rq, pugi::xml_node rs)
         RemoveLines(e, e.txn);
         if (auto failed = BuildList(e, "Mod", body, stored, e.txn, true)) return *failed;
     }
+    if (auto failed = TotalOutOfRange(e)) return *failed;
     ComputeTotals(e);
 
     // The request stands: now the company changes.
@@ -1079,6 +1107,7 @@ Status Add(Context& ctx, const Kind& kind, pugi::xml_node rq, pugi::xml_node rs)
     if (auto failed = ApplyHeader(e, body)) return *failed;
     FillNewTxn(e);
     if (auto failed = BuildList(e, "Add", body, {}, e.txn, true)) return *failed;
+    if (auto failed = TotalOutOfRange(e)) return *failed;
     ComputeTotals(e);
 
     const std::string txnID = ctx.company.NewTxnID();
