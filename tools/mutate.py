@@ -92,6 +92,7 @@ SWAPS = [
 CONDITION = re.compile(r"\b(if|while) \(")
 STATEMENT = re.compile(r"^\s*(\+\+|--)?[A-Za-z_][\w:.\->\[\]]*(\(|\s*(=|\+=|-=|\|=)\s|\+\+|--)")
 NOT_STATEMENT = re.compile(r"^\s*(return|break|continue|case|default|goto|throw|co_)\b")
+NO_EFFECT = re.compile(r"\.(reserve|shrink_to_fit)\(")  # removing these changes no result
 NUMBER = re.compile(r"(?<![\w.])(\d+)(?![\w.])")
 DECLARES = re.compile(r"^\s*[\w:<>]+\s+\w+\s*=")  # if (auto x = ...): no place for a "!"
 # Debug-log calls: a changed level or a dropped trace line is seldom a fault anyone would see,
@@ -127,7 +128,7 @@ def candidates(path):
                 result.append(Mutant(path, n, "negate", line,
                                      line[:m.end()] + "!(" + inner + ")" + line[close:]))
         if (code.rstrip().endswith(";") and STATEMENT.match(code) and not NOT_STATEMENT.match(code)
-                and balanced(code)):
+                and not NO_EFFECT.search(code) and balanced(code)):
             indent = line[:len(line) - len(line.lstrip())]
             result.append(Mutant(path, n, "remove", line, indent + ";"))
         for m in NUMBER.finditer(code):
