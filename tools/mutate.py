@@ -24,6 +24,7 @@ import os
 import random
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -163,14 +164,22 @@ def expand(globs):
 
 
 def run(cmd, cwd, timeout):
+    """Runs a command in a process group of its own, which is ended with it on a time-out or
+    when this script is stopped (a compiler or a test left running would hold the machine)."""
     env = dict(os.environ)
     env.setdefault("CCACHE_BASEDIR", os.path.dirname(ROOT))
+    p = subprocess.Popen(cmd, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, env=env,
+                         start_new_session=True)
     try:
-        p = subprocess.run(cmd, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                           timeout=timeout, env=env)
-        return p.returncode, p.stdout.decode(errors="replace")
+        out, _ = p.communicate(timeout=timeout)
+        return p.returncode, out.decode(errors="replace")
     except subprocess.TimeoutExpired:
+        os.killpg(p.pid, signal.SIGKILL)
+        p.communicate()
         return None, "timed out"
+    except BaseException:
+        os.killpg(p.pid, signal.SIGKILL)
+        raise
 
 
 def sync(source, target):
@@ -324,4 +333,5 @@ def main():
 
 
 if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("mutate: stopped"))
     sys.exit(main())

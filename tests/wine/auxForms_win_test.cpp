@@ -241,7 +241,9 @@ TEST(AuxFormsWinTest, ReadMeAndInternalAnswerAndKeepTheirOwnerDisabled) {
         driver.Join();
         EXPECT_TRUE(driver.found && driver.ended);
         EXPECT_TRUE(ownerDisabled && IsWindowEnabled(owner.wnd));
-        if (!s.readMe) EXPECT_EQ(shown.load(), loaded);
+        if (!s.readMe) {
+            EXPECT_EQ(shown.load(), loaded);
+        }
         EXPECT_EQ(t.app.aux.readMeAccepted, s.accepted);
         EXPECT_EQ(t.app.aux.internalClosed, s.closed);
         EXPECT_EQ(IsWindow(loaded) != FALSE, !s.closed);
