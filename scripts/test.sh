@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test: the native suite under AddressSanitizer and
-# UndefinedBehaviorSanitizer, then the Windows builds, whose tests run under Wine64 and Xvfb.
+# Builds everything and runs every test: the native suite under AddressSanitizer (leaks
+# included) and UndefinedBehaviorSanitizer, each fuzz target for 20 seconds, then the Windows
+# builds, whose tests run under Wine64 and Xvfb.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -11,8 +12,11 @@ bash scripts/setup.sh
 echo "== native build and tests (ASan + UBSan)"
 cmake --preset dev >/dev/null
 cmake --build --preset dev -j "$jobs"
-ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --preset dev -j "$jobs"
+
+echo "== fuzzing: each reader 20 seconds under ASan + UBSan (clang, libFuzzer, fixed seed)"
+bash scripts/fuzz.sh 20
 
 echo "== native release build (command line and benchmarks)"
 cmake --preset release >/dev/null

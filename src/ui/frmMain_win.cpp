@@ -19,7 +19,10 @@
 namespace pelmark::ui {
 namespace {
 
-constexpr UINT kAboutCommand = 0x0010;  // system-menu ids stay below 0xF000, in steps of 16
+// System-menu ids stay below 0xF000, in steps of 16 (Windows uses the low four bits).
+constexpr UINT kAboutCommand = 0x0010;
+constexpr UINT kReadMeCommand = 0x0020;
+constexpr UINT kInternalCommand = 0x0030;
 constexpr UINT kRefocusField = WM_APP + 1;
 
 // The one main window of the program; the event pump needs it to end a run on End.
@@ -383,9 +386,16 @@ LRESULT Handle(MainWindow& w, UINT msg, WPARAM wp, LPARAM lp) {
             return 0;
         }
         case WM_SYSCOMMAND:
-            if ((wp & 0xFFF0) == kAboutCommand) {
-                ShowAbout(w.app, w.wnd);
-                return 0;
+            switch (wp & 0xFFF0) {
+                case kAboutCommand:
+                    ShowAbout(w.app, w.wnd);
+                    return 0;
+                case kReadMeCommand:
+                    ShowReadMe(w.app, w.wnd);
+                    return 0;
+                case kInternalCommand:
+                    ShowInternal(w.app, w.wnd);
+                    return 0;
             }
             break;
         case WM_DPICHANGED:
@@ -493,6 +503,8 @@ void* CreateMainWindow(App& app) {
     ApplyFont(*w);
     HMENU system = GetSystemMenu(wnd, FALSE);
     AppendMenuW(system, MF_SEPARATOR, 0, nullptr);
+    AppendMenuW(system, MF_STRING, kReadMeCommand, L"Read Me...");
+    AppendMenuW(system, MF_STRING, kInternalCommand, L"Internal...");
     AppendMenuW(system, MF_STRING, kAboutCommand, L"About Pelmark...");
     MainWindow* raw = w.release();  // lives as long as the program
     g_main = raw;

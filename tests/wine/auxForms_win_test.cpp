@@ -206,53 +206,48 @@ TEST(AuxFormsWinTest, AgreementOnTopAcceptedOrDeclined) {
     EXPECT_EQ(FindWindowW(kFormClass, nullptr), nullptr);
 }
 
-TEST(AuxFormsWinTest, ReadMeKeepsItsOwnerDisabledUntilAnswered) {
-    TestApp t;
-    OwnerWindow owner;
-    for (bool accept : {false, true}) {
-        SCOPED_TRACE(accept ? "accept by Enter" : "decline");
-        std::atomic<bool> ownerDisabled{false};
-        Driver driver("Pelmark - Read Me", "&Decline", [&](HWND form) {
-            ownerDisabled = !IsWindowEnabled(owner.wnd);
-            if (accept) {
-                test::TakeScreenshot("aux-readme");
-                PressKey(VK_RETURN);  // Accept is the default button
-            } else {
-                ClickOn(Child(form, "&Decline"));
-            }
-        });
-        ShowReadMe(t.app, owner.wnd);
-        driver.Join();
-        EXPECT_TRUE(driver.found && driver.ended);
-        EXPECT_TRUE(ownerDisabled);
-        EXPECT_TRUE(IsWindowEnabled(owner.wnd));
-        EXPECT_EQ(t.app.aux.readMeAccepted, accept);
-    }
-}
-
-TEST(AuxFormsWinTest, InternalReturnHidesAndCloseUnloads) {
+// Read Me and Internal, which the main window's system menu opens: modal over their owner. The
+// Internal form shown is the one loaded hidden at start; Return hides it again, Close unloads it.
+TEST(AuxFormsWinTest, ReadMeAndInternalAnswerAndKeepTheirOwnerDisabled) {
     TestApp t;
     OwnerWindow owner;
     LoadOtherForms(t.app, owner.wnd);
-    HWND loaded = static_cast<HWND>(t.app.aux.internal);
+    const HWND loaded = static_cast<HWND>(t.app.aux.internal);
     ASSERT_TRUE(loaded && !IsWindowVisible(loaded));
-
-    for (const char* button : {"&Return", "&Close"}) {
-        SCOPED_TRACE(button);
+    const struct {
+        bool readMe;
+        const char* button;  // nullptr: Enter, for the default button
+        bool accepted, closed;
+    } steps[] = {{true, "&Decline", false, false},
+                 {true, nullptr, true, false},
+                 {false, "&Return", true, false},
+                 {false, "&Close", true, true}};
+    for (const auto& s : steps) {
+        SCOPED_TRACE(s.button ? s.button : "Enter");
+        std::atomic<bool> ownerDisabled{false};
         std::atomic<HWND> shown{nullptr};
-        Driver driver("Pelmark - Internal", "&Close", [&](HWND form) {
-            shown = form;
-            if (std::string(button) == "&Close") test::TakeScreenshot("aux-internal");
-            ClickOn(Child(form, button));
-        });
-        ShowInternal(t.app, owner.wnd);
+        Driver driver(s.readMe ? "Pelmark - Read Me" : "Pelmark - Internal",
+                      s.readMe ? "&Decline" : "&Close", [&](HWND form) {
+                          ownerDisabled = !IsWindowEnabled(owner.wnd);
+                          shown = form;
+                          if (!s.button || s.closed)
+                              test::TakeScreenshot(s.readMe ? "aux-readme" : "aux-internal");
+                          if (s.button)
+                              ClickOn(Child(form, s.button));
+                          else
+                              PressKey(VK_RETURN);
+                      });
+        (s.readMe ? ShowReadMe : ShowInternal)(t.app, owner.wnd);
         driver.Join();
         EXPECT_TRUE(driver.found && driver.ended);
-        EXPECT_EQ(shown.load(), loaded) << "the form loaded at start-up is the one shown";
+        EXPECT_TRUE(ownerDisabled && IsWindowEnabled(owner.wnd));
+        if (!s.readMe) {
+            EXPECT_EQ(shown.load(), loaded);
+        }
+        EXPECT_EQ(t.app.aux.readMeAccepted, s.accepted);
+        EXPECT_EQ(t.app.aux.internalClosed, s.closed);
+        EXPECT_EQ(IsWindow(loaded) != FALSE, !s.closed);
     }
-    // Return only hid the form and left the flag; Close set it and unloaded the form.
-    EXPECT_TRUE(t.app.aux.internalClosed);
-    EXPECT_FALSE(IsWindow(loaded));
     EXPECT_EQ(t.app.aux.internal, nullptr);
 }
 

@@ -76,12 +76,6 @@ std::string Flatten(pugi::xml_node e) {
 
 }  // namespace
 
-bool CommandResult::UnknownCommand() const {
-    if (output.find("unknown command") != std::string::npos) return true;
-    size_t commands = output.find("commands:");
-    return commands != std::string::npos && output.find("\n  sort", commands) == std::string::npos;
-}
-
 CommandResult RunCommand(const std::wstring& commandLine, int timeoutMs) {
     CommandResult result;
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};

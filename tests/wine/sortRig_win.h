@@ -18,9 +18,6 @@ struct CommandResult {
     bool timedOut = false;  // ended by the harness
     unsigned long exitCode = 0;
     std::string output;  // standard output and error, as they came
-    // The program does not know the command it was given: it says so, or it refuses the
-    // arguments with a usage text whose command list has no sort.
-    bool UnknownCommand() const;
 };
 
 // Runs a command line with no input and waits for it, at most `timeoutMs`.
@@ -46,9 +43,6 @@ class DesktopSortRig {
     // pelmark-cli.exe sort --settings FILE --data-dir DIR --answer ANSWER
     CommandResult RunCli(const std::string& answer, int timeoutMs = 180000) const;
 
-    const std::string& companyPath() const { return companyPath_; }
-    const std::string& settingsPath() const { return settingsPath_; }
-    const std::string& dataDir() const { return dataDir_; }
     // Null when QuickBooks is not running.
     FakeQbProgram* quickBooks() const { return qb_.get(); }
     // The transaction's window title ("Create Invoices").
