@@ -15,6 +15,7 @@ packages=(cmake ninja-build g++ python3 pkg-config libpugixml-dev googletest lib
 [ $native_only -eq 1 ] || packages+=(
     g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
     wine64 xvfb xauth x11-apps imagemagick
+    nsis python3-markdown zip
 )
 missing=()
 for p in "${packages[@]}"; do
