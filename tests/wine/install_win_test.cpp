@@ -1,7 +1,7 @@
 // Pelmark as the setup program installed it: started from its Start-menu entry, it sorts the
 // invoice open in the fake QuickBooks, and a second setup run while it runs changes nothing.
 // tests/install/install-test.sh installs into a fresh Wine prefix and runs this test there with
-// PELMARK_INSTALLED_DIR (the installed folder) and PELMARK_SETUP (the setup program).
+// PELMARK_SETUP (the setup program); the script checks from the debug log which program ran.
 #include <gtest/gtest.h>
 #include <shlobj.h>
 #include <windows.h>
@@ -26,9 +26,8 @@ bool WaitUntil(Done done, int ms) {
 }
 
 TEST(InstalledProgramTest, StartMenuEntrySortsAndASecondSetupWaitsForTheProgram) {
-    const char* installed = std::getenv("PELMARK_INSTALLED_DIR");
     const char* setup = std::getenv("PELMARK_SETUP");
-    if (installed == nullptr || setup == nullptr)
+    if (setup == nullptr)
         GTEST_SKIP() << "run by tests/install/install-test.sh on an installed Pelmark";
     DesktopSortRig rig({"invoice", "3001"});
     ASSERT_NE(rig.quickBooks()->main(), nullptr);
@@ -44,15 +43,6 @@ TEST(InstalledProgramTest, StartMenuEntrySortsAndASecondSetupWaitsForTheProgram)
     ASSERT_TRUE(WaitUntil(
         [&] { return (main = FindWindowW(L"PelmarkMainForm", nullptr)) && IsWindowVisible(main); },
         60000));
-    // The entry started the installed program.
-    DWORD pid = 0, size = MAX_PATH;
-    GetWindowThreadProcessId(main, &pid);
-    HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, pid);
-    wchar_t image[MAX_PATH] = {};
-    QueryFullProcessImageNameW(process, 0, image, &size);
-    EXPECT_EQ(
-        CompareStringOrdinal(image, -1, (Wide(installed) + L"\\pelmark.exe").c_str(), -1, TRUE),
-        CSTR_EQUAL);
     TakeScreenshot("install-started");
 
     // Sort, as a click on it does; a question on the way leaves it disabled and fails the test.
@@ -84,10 +74,9 @@ TEST(InstalledProgramTest, StartMenuEntrySortsAndASecondSetupWaitsForTheProgram)
     GetExitCodeProcess(again.hProcess, &code);
     CloseHandle(again.hProcess);
     EXPECT_EQ(code, 3u);
-    EXPECT_EQ(WaitForSingleObject(process, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_TRUE(IsWindow(main));
     PostMessageW(main, WM_CLOSE, 0, 0);
-    EXPECT_EQ(WaitForSingleObject(process, 15000), static_cast<DWORD>(WAIT_OBJECT_0));
-    CloseHandle(process);
+    EXPECT_TRUE(WaitUntil([&] { return !IsWindow(main); }, 15000));
 }
 
 }  // namespace
