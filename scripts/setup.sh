@@ -16,6 +16,7 @@ packages=(cmake ninja-build g++ python3 pkg-config libpugixml-dev googletest lib
     g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
     wine64 xvfb xauth x11-apps imagemagick
     clang libclang-rt-14-dev  # the libFuzzer targets (scripts/fuzz.sh)
+    nsis python3-markdown zip
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -22,13 +22,16 @@ echo "== native release build (command line and benchmarks)"
 cmake --preset release >/dev/null
 cmake --build --preset release -j "$jobs"
 
-echo "== Windows i686 build"
+echo "== Windows i686 build and setup program"
 cmake --preset win32 >/dev/null
 cmake --build --preset win32 -j "$jobs"
 
-echo "== Windows x86_64 build and tests under Wine64 + Xvfb"
+echo "== Windows x86_64 build, setup program and tests under Wine64 + Xvfb"
 cmake --preset win64 >/dev/null
 cmake --build --preset win64 -j "$jobs"
 xvfb-run -a -s "-screen 0 1280x1024x24" bash scripts/windows-tests.sh
+
+echo "== x86_64 setup program: install, sort and uninstall under Wine64 + Xvfb"
+xvfb-run -a -s "-screen 0 1280x1024x24" bash tests/install/install-test.sh
 
 echo "== all tests passed; screenshots in build/win64/artifacts"

@@ -226,6 +226,16 @@ bool OpenProductPage(App& app) {
     return Launch(app, {kProductPageUrl, ""}, true);
 }
 
+// Not beside pelmark.exe itself: on start the program moves the files of its Program Files
+// folder into the data folder (older versions kept their settings there).
+std::string UserGuidePath(const App& app) {
+    return app.folders.program + "Guide" + kPathSep + "user-guide.html";
+}
+
+bool OpenUserGuide(App& app) {
+    return Launch(app, {UserGuidePath(app), ""}, true);
+}
+
 bool OpenSupportPage(App& app) {
     return Launch(app, {SupportPageUrl(app), ""}, true);
 }

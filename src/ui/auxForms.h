@@ -108,6 +108,9 @@ std::string UrlEncode(std::string_view text);
 // Each traces what it starts; a failure is traced and shown to the user. True when started.
 bool OpenFolder(App& app, const std::string& folder);
 bool OpenProductPage(App& app);
+// The user guide the setup program installs beside the program, in its Guide folder.
+std::string UserGuidePath(const App& app);
+bool OpenUserGuide(App& app);
 bool OpenSupportPage(App& app);
 // cmdSysInfo: the MSINFO program named in the registry, or kSysInfoUnavailable.
 bool StartSysInfo(App& app);

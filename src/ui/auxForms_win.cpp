@@ -655,7 +655,9 @@ bool ShowAgreement(App& app, WindowHandle owner) {
 void ShowReadMe(App& app, WindowHandle owner) {
     DebugLog(app, "frm Read Me Entered ", 5);
     FormArgs a("frmReadMe", std::string(kProductName) + " - Read Me", 280, 112);
-    a.controls = {{Kind::Label, "lblReadMe", ReadMeText(), 7, 7, 266, 76}};
+    a.controls = {{Kind::Label, "lblReadMe", ReadMeText(), 7, 7, 266, 76},
+                  {Kind::Link, "lblUserGuide", "Open the user guide", 7, 88, 120, 10,
+                   [](AuxWindow& f) { OpenUserGuide(f.app); }}};
     AddButtonPair(a, {Kind::DefaultButton, "cmdAccept", "&Accept", 0, 0, 0, 0, EndWith(kAccepted)},
                   {Kind::Button, "cmdDeclined", "&Decline", 0, 0, 0, 0, EndWith(kDeclined)});
     a.onClose = EndWith(kDeclined);
