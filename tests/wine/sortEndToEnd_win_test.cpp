@@ -90,10 +90,24 @@ const Refusal kRefusals[] = {
      },
      "Multiple transaction screens are up", 0},
     // 61 rounds 300 ms apart: about 18 seconds.
-    {"a window that will not close", [](DesktopSortRig::Options& o) { o.openSettings = ";stubborn"; },
-     "Cannot save transaction", 61},
+    {"a window that will not close",
+     [](DesktopSortRig::Options& o) { o.openSettings = ";stubborn"; }, "Cannot save transaction",
+     61},
     {"QuickBooks not running", [](DesktopSortRig::Options& o) { o.registered = false; },
      "QBXMLRP2.RequestProcessor) is not installed", 0},
+    // A QuickBooks dialog after Alt+A is named and never answered for the user.
+    {"dialog after Save & Close",
+     [](DesktopSortRig::Options& o) {
+         o.moreArgs = {"--dialog", "Recording Transaction"};
+     },
+     "QuickBooks is showing 'Recording Transaction': answer it in QuickBooks, then press Sort "
+     "again",
+     1},
+    {"password after Save & Close",
+     [](DesktopSortRig::Options& o) {
+         o.moreArgs = {"--dialog", "QuickBooks Closing Date Password"};
+     },
+     "QuickBooks is showing 'QuickBooks Closing Date Password'", 1},
 };
 
 TEST_F(SortEndToEndTest, RefusedRunsSayWhyAndLeaveTheCompanyAsItWas) {
@@ -113,6 +127,7 @@ TEST_F(SortEndToEndTest, RefusedRunsSayWhyAndLeaveTheCompanyAsItWas) {
         if (c.saves >= 0) {
             EXPECT_EQ(rig.quickBooks()->SaveCount(), c.saves);
         }
+        if (c.words == kRefusals[4].words) TakeScreenshot("sort-stopped-at-quickbooks-dialog");
         EXPECT_TRUE(rig.CompanyUnchanged());
     }
 }
