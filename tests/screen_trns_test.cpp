@@ -40,8 +40,13 @@ class FlakyDesktop : public SimDesktop {
   public:
     using SimDesktop::SimDesktop;
     bool Activate(Hwnd wnd) override { return ++calls < failFrom && SimDesktop::Activate(wnd); }
+    // Window messages read nothing, as in a QuickBooks that keeps its fields out of their reach.
+    std::string GetTextByMessage(Hwnd wnd, int maxChars) override {
+        return deaf ? "" : SimDesktop::GetTextByMessage(wnd, maxChars);
+    }
     int calls = 0;
     int failFrom = 1 << 30;
+    bool deaf = false;
 };
 
 struct ScreenTrnsTest : ::testing::Test {
@@ -274,6 +279,18 @@ TEST_F(ScreenTrnsTest, MessageModeReadsTheFieldEditorAndSendsOnlyNavigation) {
     EXPECT_EQ(Count("{TAB}"), 7);
     EXPECT_EQ(desktop->keysSent.size(), 8u) << "no select or copy keys";
     EXPECT_EQ(t.app.screen.trnsEditWnd, desktop->EditorOf(desktop->TrnsWindow(TrnsKind::Invoice)));
+
+    // A QuickBooks whose fields messages cannot reach: the clipboard mode is tried once.
+    desktop->keysSent.clear();
+    desktop->deaf = true;
+    EXPECT_EQ(GetTrnsNo(t.app), "1001");
+    EXPECT_EQ(Count("%j"), 2);
+    EXPECT_EQ(Count("^c"), 7);
+    EXPECT_TRUE(t.app.screen.messageMode);
+    const auto log = t.DebugLines();
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const std::string& l) {
+        return l.find("Header read in clipboard mode") != std::string::npos;
+    }));
 }
 
 TEST_F(ScreenTrnsTest, CancelAfterAFailedCopyStopsTheRead) {
