@@ -249,25 +249,6 @@ TEST_F(ScreenTrnsTest, MaximizedWindowNeedsTheFullScreenOption) {
     EXPECT_EQ(t.prompter.shown.size(), 1u);
 }
 
-TEST_F(ScreenTrnsTest, GetTrnsWindowsFindsTheMdiChildAndItsEditChain) {
-    SimDesktop& d = Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice),
-                          MakeTrnsWindow(TrnsKind::PurchaseOrder, kPurchaseOrder)});
-    t.app.screen.qbWindowKey = "Rock Castle Construction";
-    GetTrnsWindows(t.app);
-    const ScreenState& s = t.app.screen;
-    Hwnd invoice = d.TrnsWindow(TrnsKind::Invoice);
-    EXPECT_EQ(s.qbMainWnd, d.MainWindow());
-    EXPECT_EQ(s.mdiClientWnd, d.MdiClient());
-    EXPECT_EQ(s.activeMDIChild, invoice);
-    EXPECT_EQ(s.invoiceWnd, invoice);
-    EXPECT_EQ(s.purchaseOrderWnd, d.TrnsWindow(TrnsKind::PurchaseOrder));
-    EXPECT_EQ(s.editWnds[0], d.EditorOf(invoice));
-    for (int i = 1; i < 5; ++i) {
-        EXPECT_EQ(d.GetControlId(s.editWnds[i]), 1000 + i - 1) << i;
-        EXPECT_EQ(d.GetParent(s.editWnds[i]), invoice);
-    }
-}
-
 TEST_F(ScreenTrnsTest, MessageModeReadsTheFieldEditorAndSendsOnlyNavigation) {
     Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice)});
     t.app.frmMain.Find("chkDontUseSendMsg")->value = 0;
