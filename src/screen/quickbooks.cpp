@@ -193,17 +193,16 @@ std::vector<std::string> DescribeScreen(App& app, bool& found) {
     }
     // The number is the field after the date, read by window messages without a keystroke;
     // QuickBooks versions that keep their fields out of reach of messages show the kind alone.
-    if (open == 1) {
-        s.childTexts.clear();
-        s.childTextTitle = transaction;
-        FindWindowLike(app, main, LikeEscape(transaction) + "*", "*");
-        s.childTextTitle.clear();
-        std::vector<std::string> fields = ChildFieldTexts(s);
-        for (size_t i = 0; i + 1 < fields.size(); ++i)
-            if (IsScreenDate(fields[i])) {
-                transaction += " " + fields[i + 1];
-                break;
-            }
+    Hwnd form = s.salesOrderWnd + s.salesReceiptWnd + s.invoiceWnd + s.estimateWnd;
+    bool afterDate = false;
+    for (Hwnd f = open == 1 ? d.FindChild(form, 0, "Edit", "") : 0; f != 0;
+         f = d.FindChild(form, f, "Edit", "")) {
+        std::string text = Trim(d.GetTextByMessage(f, kTextBuffer));
+        if (afterDate && !text.empty()) {
+            transaction += " " + text;
+            break;
+        }
+        afterDate = afterDate || IsScreenDate(text);
     }
     out.push_back("transaction: " + (open == 1 ? transaction : std::string("none")));
     out.push_back("windows: " + windows);
