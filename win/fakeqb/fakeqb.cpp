@@ -414,7 +414,7 @@ constexpr int kIdDialogOk = 4001;
 // is answered (OK, or closed).
 void ShowDialog() {
     std::wstring title = std::exchange(g.dialogTitle, std::wstring());
-    g.dialog = CreateWindowExW(WS_EX_DLGMODALFRAME, kDialogClass, title.c_str(),
+    g.dialog = CreateWindowExW(0, kDialogClass, title.c_str(),
                                WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_VISIBLE, 300, 220, 360, 150,
                                g.frame, nullptr, g.instance, nullptr);
     Control(g.dialog, L"STATIC", L"You have changed the transaction. Do you want to record it?",
@@ -422,6 +422,8 @@ void ShowDialog() {
     Control(g.dialog, L"BUTTON", L"OK", BS_DEFPUSHBUTTON | WS_TABSTOP, kIdDialogOk, 136, 66, 80, 26,
             g.font);
     EnableWindow(g.frame, FALSE);
+    SetForegroundWindow(g.dialog);
+    UpdateWindow(g.dialog);
 }
 
 LRESULT CALLBACK DialogProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
