@@ -15,6 +15,7 @@
 #include "app/text.h"
 #include "app/version.h"
 #include "qb/transport.h"
+#include "screen/WindowsStuff.h"
 #include "screen/desktop.h"
 #include "sim/simRun.h"
 #include "ui/frmMain.h"
@@ -28,6 +29,8 @@ const char* const kUsage =
     "commands:\n"
     "  sort               sort the transaction open in QuickBooks (one press of Sort)\n"
     "  demo               copy the sample company, sort an invoice and show it before and after\n"
+    "  screen             print what Pelmark sees of QuickBooks on the screen, one key: value a\n"
+    "                     line (exit 0 when QuickBooks and one transaction window were found)\n"
     "  version            print the program version\n"
     "options:\n"
     "  --company FILE     sort against qbsim over this company file, on a simulated desktop\n"
@@ -315,6 +318,34 @@ int Demo(Args args) {
     return out.exitCode;
 }
 
+// What Pelmark sees on the screen, for support: nothing is typed into QuickBooks and nothing is
+// asked of it through the SDK.
+int Screen(const Args& args) {
+    sim::SimQuickBooks simQb;
+    std::unique_ptr<screen::Desktop> liveDesktop;
+    screen::Desktop* desktop = nullptr;
+    if (!args.company.empty()) {
+        simQb = sim::StartSimQuickBooks(args.company, args.ref);
+        if (!simQb.error.empty()) return Fail(simQb.error), 2;
+        desktop = simQb.desktop.get();
+    } else {
+#ifdef _WIN32
+        liveDesktop = screen::MakeWin32Desktop();
+        desktop = liveDesktop.get();
+#else
+        return Fail("screen needs --company FILE: QuickBooks runs only on Windows"), 2;
+#endif
+    }
+    ConsolePrompter prompter(args.answer);
+    Seams seams{&prompter,       &RealEventPump(),  &RealClock(), &RealEnvironment(),
+                &RealRegistry(), &RealFileSystem(), nullptr,      desktop};
+    App app(seams);
+    bool found = false;
+    for (const std::string& line : screen::DescribeScreen(app, found))
+        std::printf("%s\n", line.c_str());
+    return found ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -333,6 +364,7 @@ int main(int argc, char** argv) {
     }
     if (args.command == "sort") return Sort(args);
     if (args.command == "demo") return Demo(args);
+    if (args.command == "screen") return Screen(args);
     std::fprintf(stderr, "pelmark: unknown command: %s\n%s", args.command.c_str(), kUsage);
     return 2;
 }

@@ -57,20 +57,32 @@ bool PromptFail(App& app, const std::string& text) {
     return false;
 }
 
+// A QuickBooks dialog after Save & Close ("Recording Transaction", a closing-date password...)
+// would take the next Alt+A, and SDK requests fail while it shows (0x80040414): the run stops
+// before anything is changed, and the dialog is left for the user to answer.
+bool StopAtQuickBooksDialog(App& app) {
+    const std::string dialog = screen::QbDialogTitle(app);
+    if (dialog.empty()) return true;
+    return FailWith(app, "QuickBooks is showing '" + dialog +
+                             "': answer it in QuickBooks, then press Sort again");
+}
+
 // Saves and closes the open transaction window: "%a" every 300 ms until it is gone.
 bool SaveAndClose(App& app) {
     RunState& run = app.run;
     DebugLog(app, "Do back Ground -Getting AppActivate ", 3);
-    app.sys.desktop->AppActivate(app.screen.qbWindowKey);
+    screen::ActivateQuickBooks(app);
     LetEventsRun(app);
     run.saveRounds = 0;
     for (;;) {
         CheckOpenWindows(app);
+        if (!StopAtQuickBooksDialog(app)) return false;
         if (run.openCount >= 2)
             return FailWith(app, "Only 1 order type of transaction is supported");
         if (run.openCount == 0) return true;
         app.sys.clock->Sleep(kSaveWaitMs);
         LetEventsRun(app);
+        if (!StopAtQuickBooksDialog(app)) return false;
         screen::SendKeysEscaped(app, "%a", true);
         ++run.saveRounds;
         ShowStatus(app, std::to_string(run.saveRounds));
@@ -99,12 +111,6 @@ bool OrderQuerySub(App& app, const qb::TxnKindInfo& k, const std::string& number
                       ? std::string(": QuickBooks did not answer the query (it was "
                                     "closed, or the session was lost)")
                       : ": QuickBooks answered the query with status " + std::to_string(status)));
-}
-
-std::vector<std::string> CustomFieldNames(const App& app) {
-    std::vector<std::string> names;
-    for (const qb::DataExtDef& def : app.qb.dataExtDefs) names.push_back(def.name);
-    return names;
 }
 
 }  // namespace
@@ -139,10 +145,7 @@ bool LoadMainForm(App& app) {
         step("Load Get Map ");
         step("Load Back from Get Map ");
         // QuickBooks and its lists; the sort levels list the company's custom fields.
-        const bool opened = qb::QBInit(app);
-        const std::vector<std::string> vocabulary = ui::SortFieldVocabulary(CustomFieldNames(app));
-        for (ui::Control& c : app.frmMain.controls())
-            if (c.name == "cboSortField") ui::Form::SetList(c, vocabulary);
+        const bool opened = LoadQuickBooks(app);
         step("Loaded ");
         step("Load Complete Exiting ");
         return opened;
@@ -169,7 +172,7 @@ bool CmdGo(App& app) {
     screen::SetMessageMode(app);
     bool ok = false;
     try {
-        ok = PreProcess(app);
+        ok = RedetectQuickBooks(app) && StopAtQuickBooksDialog(app) && PreProcess(app);
         if (!ok && run.status == version) ShowStatus(app, "PreProcess failed");
     } catch (...) {
         run.running = false;
@@ -267,7 +270,7 @@ bool PreProcess(App& app) {
     run.customer = customer;
 
     const std::string key = s.qbWindowKey.empty() ? "QuickBooks" : s.qbWindowKey;
-    if (screen::GetWindowsHandle4Text(app, 0, "*" + screen::LikeEscape(key) + "*", "*") == 0)
+    if (screen::FindQbMainWindow(app, s.qbWindowKey) == 0)
         return FailWith(app, "Can not find app screen51 " + key);
     return DoBackGround(app, customer, number);
 }

@@ -32,6 +32,10 @@ struct RunState {
     // What the check after the modify found wrong; empty when the transaction came back whole.
     std::vector<std::string> checkProblems;
     bool succeeded = false;  // the last run went through to the display request
+    // Where the templates, items and custom-field definitions were loaded from: QuickBooks' main
+    // window (company, edition, year) and the company file. Unset when nothing was loaded.
+    bool listsLoaded = false;
+    std::string loadedScreen, loadedFile;
 };
 
 // Receives every status text as it is shown: the main window repaints its label and message
@@ -46,6 +50,13 @@ void ShowStatus(App& app, const std::string& text);
 // settings into frmMain, opens QuickBooks with its lists, and fills the sort-field and custom
 // field lists. False when a stage failed (reported and logged as "Load err=").
 bool LoadMainForm(App& app);
+
+// Opens QuickBooks and loads customers, templates, items and custom-field definitions (also into
+// the sort-field lists), and notes which QuickBooks and company file they came from.
+bool LoadQuickBooks(App& app);
+// At the start of a run: when QuickBooks or its company file is not the one the lists came from
+// (or nothing was loaded), loads them again and says so in the status. False when that failed.
+bool RedetectQuickBooks(App& app);
 
 // The Go command: one sort run. True when the run went through to the display request.
 bool CmdGo(App& app);

@@ -98,6 +98,8 @@ struct ScreenState {
 
     // The QuickBooks main window and its title.
     Hwnd qbMainWnd = 0;
+    std::string qbMainTitle;  // as last seen: the exact title to bring QuickBooks up by
+    std::string qbEdition;
     std::string apCompany;
     std::string qbAppTitle;
     std::string qbWindowKey;
@@ -174,14 +176,35 @@ bool MakeNotTopMost(App& app, Hwnd wnd, const WindowRect& rect);
 
 // ---- The open transaction ------------------------------------------------------------------
 
-// The company and version year read from a QuickBooks main-window title.
+// The class of QuickBooks' main window in every version seen (2004 to 2024).
+inline constexpr const char* kQbMainClass = "MauiFrame";
+
+// What a QuickBooks main-window title says: "Co  - QuickBooks Desktop Pro 2019(multi-user)(User)"
+// is company "Co", edition "Pro", year "2019".
 struct QbTitle {
     std::string year;                    // "1999" when no year can be read
     std::optional<std::string> company;  // unset: the title tells nothing of the company
+    std::string edition;  // "Pro", "Premier Plus", "Enterprise Solutions: Accountant", ...
 };
 QbTitle ParseQbTitle(std::string_view title);
-// True when a title is the QuickBooks main window's (" QUICKBOOKS PR", " QUICKBOOKS ENT", ...).
+// True when a title is that of a QuickBooks main window of a version the program serves: a
+// company, then "QuickBooks" and an edition other than Simple Start.
 bool IsQbMainTitle(std::string_view title);
+// The QuickBooks main window: a top-level window of class MauiFrame with a main-window title
+// (holding `key` when one is given); 0 when there is none. Other programs' windows, whatever
+// their titles say, are never taken.
+Hwnd FindQbMainWindow(App& app, std::string_view key = {});
+// Brings the QuickBooks main window to the front by its handle (a browser tab named after the
+// company must not get the keys); false when it is gone.
+bool ActivateQuickBooks(App& app);
+// The title of a visible top-level window owned by QuickBooks' main window (a dialog such as
+// "Recording Transaction"), or "" when none shows. Keys sent meanwhile would go to the dialog,
+// and SDK requests fail while a modal one shows.
+std::string QbDialogTitle(App& app);
+// What the program sees on the screen, as "key: value" lines for support: quickbooks, class,
+// year, edition, company, transaction, windows, dialog. `found` is set when QuickBooks and one
+// transaction window were found.
+std::vector<std::string> DescribeScreen(App& app, bool& found);
 // True for a date as QuickBooks shows one in a field: "12/15/2024", "15.12.2024", "2024-12-15",
 // "Dec 15, 2024", "15-Dec-24".
 bool IsScreenDate(std::string_view text);
@@ -217,16 +240,5 @@ bool SendCopyKeys(App& app, std::string_view keys);
 void ClearClipboard(App& app, bool keep = false);
 // The clipboard's text, or with direct the text of trnsEditWnd read by messages.
 std::string ClipBoardGetText(App& app, bool trim = false, bool direct = false);
-
-// Reads up to 10 lines of the focused column by copy and {DOWN}.
-std::vector<std::string> ReadLineColumn(App& app);
-
-struct ScreenCheck {
-    std::vector<std::string> fields;  // the fields read, in tab order
-    bool ok = false;
-    std::string failedAt;  // the expected text that was not found
-};
-// Reads the fields of the prepared test transaction and checks them against what it holds.
-ScreenCheck CheckScreenReading(App& app);
 
 }  // namespace pelmark::screen

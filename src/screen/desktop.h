@@ -14,7 +14,7 @@ namespace pelmark::screen {
 using Hwnd = std::uintptr_t;
 
 // GetWindow relations, numbered as Windows numbers them.
-enum WindowRel : int { kGwHwndNext = 2, kGwChild = 5 };
+enum WindowRel : int { kGwHwndNext = 2, kGwOwner = 4, kGwChild = 5 };
 
 class Desktop {
   public:
@@ -22,7 +22,7 @@ class Desktop {
 
     // The window tree.
     virtual Hwnd GetDesktopWindow() = 0;
-    virtual Hwnd GetWindow(Hwnd wnd, int relation) = 0;  // kGwChild, kGwHwndNext
+    virtual Hwnd GetWindow(Hwnd wnd, int relation) = 0;  // kGwChild, kGwHwndNext, kGwOwner
     virtual Hwnd GetParent(Hwnd wnd) = 0;
     // A window's title and class (GetWindowText / GetClassName) as UTF-8, cut to fit a buffer
     // of `maxChars` bytes; lengths and buffers everywhere here count bytes of the UTF-8 text.
@@ -40,6 +40,7 @@ class Desktop {
     // WM_MDIGETACTIVE sent to an MDIClient window.
     virtual Hwnd GetMdiActiveChild(Hwnd mdiClient) = 0;
     virtual bool IsWindow(Hwnd wnd) = 0;
+    virtual bool IsVisible(Hwnd wnd) = 0;  // IsWindowVisible
 
     // Focus and z-order.
     virtual bool SetFocus(Hwnd wnd) = 0;
@@ -47,6 +48,8 @@ class Desktop {
     virtual bool SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int height) = 0;
     // Brings the top-level window whose title begins with `titlePrefix` to the front.
     virtual bool AppActivate(const std::string& titlePrefix) = 0;
+    // Brings that top-level window to the front (restored when minimized).
+    virtual bool Activate(Hwnd wnd) = 0;
 
     // Keystrokes in SendKeys notation ("%a", "(^(+{END}))", "{TAB}", "{(}"), to the window that
     // has the focus. `wait`: return when they have been processed.

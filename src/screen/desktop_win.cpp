@@ -374,6 +374,7 @@ class Win32Desktop : public Desktop {
         return static_cast<Hwnd>(child);
     }
     bool IsWindow(Hwnd wnd) override { return wnd != 0 && ::IsWindow(H(wnd)); }
+    bool IsVisible(Hwnd wnd) override { return wnd != 0 && ::IsWindowVisible(H(wnd)); }
 
     bool SetFocus(Hwnd wnd) override {
         HWND h = H(wnd);
@@ -394,6 +395,10 @@ class Win32Desktop : public Desktop {
         if (titlePrefix.empty()) return false;
         HWND wnd = FindTopLevelByTitle(Wide(titlePrefix));
         return wnd && BringToFront(wnd);
+    }
+
+    bool Activate(Hwnd wnd) override {
+        return wnd != 0 && ::IsWindow(H(wnd)) && BringToFront(H(wnd));
     }
 
     bool SendKeys(const std::string& keys, bool wait) override {

@@ -1,4 +1,4 @@
-// Keystrokes to QuickBooks, the copy keystroke and the clipboard, and the main form's readers.
+// Keystrokes to QuickBooks, the copy keystroke and the clipboard.
 #include <string>
 
 #include "app/context.h"
@@ -10,10 +10,6 @@ namespace pelmark::screen {
 namespace {
 
 constexpr int kAfterActivateMs = 50;
-constexpr int kLineColumnWaitMs = 400;
-constexpr int kCheckStartWaitMs = 500;
-constexpr int kLineColumnRows = 10;
-constexpr int kCheckFields = 31;
 
 bool Contains(std::string_view s, std::string_view part) {
     return s.find(part) != std::string_view::npos;
@@ -78,8 +74,9 @@ bool BringUpAndSendKeys(App& app, const std::string& title, std::string_view key
 bool SendCopyKeys(App& app, std::string_view keys) {
     app.common.lastAnswer = 0;
     if (app.screen.messageMode) return SendKeysEscaped(app, keys, true);
+    // By the main window itself: another program's window may begin with the company name.
     const std::string& title = app.screen.qbAppTitle;
-    bool ok = app.sys.desktop->AppActivate(title);
+    bool ok = ActivateQuickBooks(app);
     if (ok) {
         app.sys.clock->Sleep(kAfterActivateMs);
         ok = SendKeysEscaped(app, keys, true);
@@ -112,70 +109,6 @@ std::string ClipBoardGetText(App& app, bool trim, bool direct) {
         return text;
     }
     return d.GetClipboardText().value_or(std::string());
-}
-
-std::vector<std::string> ReadLineColumn(App& app) {
-    DebugLog(app, "Read Line Column Entered ", 5);
-    std::vector<std::string> lines;
-    for (int i = 0; i < kLineColumnRows; ++i) {
-        if (!app.sys.desktop->AppActivate(app.screen.qbWindowKey)) break;
-        app.sys.clock->Sleep(kLineColumnWaitMs);
-        SendKeysEscaped(app, "^c", true);
-        app.sys.clock->Sleep(kLineColumnWaitMs);
-        lines.push_back(ClipBoardGetText(app));
-        SendKeysEscaped(app, "{DOWN}", true);
-    }
-    return lines;
-}
-
-ScreenCheck CheckScreenReading(App& app) {
-    DebugLog(app, "Check Screen Reading Entered ", 5);
-    ScreenCheck r;
-    GetTrnsWindows(app);
-    DebugLog(app, "Get Trns No abc=def ", 1);
-    if (!app.sys.desktop->AppActivate(app.screen.qbWindowKey)) {
-        r.failedAt = "QuickBooks window " + app.screen.qbWindowKey;
-        return r;
-    }
-    app.sys.events->DoEvents();
-    app.sys.clock->Sleep(kCheckStartWaitMs);
-    SendKeysEscaped(app, "%j", true);
-    for (int i = 0; i < kCheckFields; ++i) {
-        ClearClipboard(app);
-        SendKeysEscaped(app, "{HOME}+({END})", true);
-        SendKeysEscaped(app, "^c", true);
-        r.fields.push_back(ClipBoardGetText(app, true));
-        SendKeysEscaped(app, "{TAB}", true);
-    }
-
-    // The prepared test transaction holds these, in tab order after its template.
-    size_t at = 0;
-    bool templateFound = false;
-    for (; at < r.fields.size() && !templateFound; ++at) {
-        for (const auto& t : app.qb.templates) {
-            if (t.name.empty()) break;
-            if (r.fields[at] == t.name) templateFound = true;
-        }
-    }
-    if (!templateFound) {
-        r.failedAt = "template";
-        return r;
-    }
-    const std::vector<std::vector<std::string>> expected = {
-        {"trnsno"},   {"000Item"}, {"000Item Desc"}, {"10"}, {"9876.54321", "9,876.54321"},
-        {"98,765.43"}};
-    for (const auto& accepted : expected) {
-        bool found = false;
-        for (; at < r.fields.size() && !found; ++at)
-            for (const std::string& a : accepted) found = found || r.fields[at] == a;
-        if (!found) {
-            r.failedAt = accepted[0];
-            DebugLog(app, "Check Screen Reading differs at " + accepted[0], 1);
-            return r;
-        }
-    }
-    r.ok = true;
-    return r;
 }
 
 }  // namespace pelmark::screen

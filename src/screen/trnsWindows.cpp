@@ -11,6 +11,7 @@ namespace pelmark::screen {
 namespace {
 
 constexpr int kBeforeFirstFieldMs = 310;
+constexpr int kAfterActivateMs = 50;
 
 bool Contains(std::string_view s, std::string_view part) {
     return s.find(part) != std::string_view::npos;
@@ -25,30 +26,6 @@ bool IsDigit(char c) {
 // (" - Accounts Receivable").
 std::string ContainsPattern(std::string_view text) {
     return "*" + LikeEscape(text) + "*";
-}
-
-// The text before the nearest " - " that ends at or before `end`; unset when there is none.
-std::optional<std::string> BeforeDash(std::string_view t, size_t end) {
-    if (end < 3) return std::nullopt;
-    size_t dash = t.rfind(" - ", end - 3);
-    if (dash == std::string_view::npos) return std::nullopt;
-    return Trim(t.substr(0, dash));
-}
-
-// The first word of four digits after "QUICKBOOKS" ("QuickBooks Pro 2014"); its start and end.
-bool FindYearWord(std::string_view up, size_t& start, size_t& end) {
-    size_t qb = up.find("QUICKBOOKS");
-    if (qb == std::string_view::npos) return false;
-    for (size_t i = qb; i < up.size(); ++i) {
-        if (!IsDigit(up[i]) || (i > 0 && up[i - 1] != ' ')) continue;
-        size_t e = i;
-        while (e < up.size() && IsDigit(up[e])) ++e;
-        if (e - i == 4 && (e == up.size() || up[e] == ' ')) {
-            start = i, end = e;
-            return true;
-        }
-    }
-    return false;
 }
 
 int MonthOf(std::string_view word) {
@@ -109,6 +86,36 @@ void Wait(App& app, int ms) {
     if (ms > 0) app.sys.clock->Sleep(ms);
 }
 
+// The main window itself to the front, not a window whose title begins with the company name
+// (a browser tab), then the keys.
+bool BringUpQuickBooks(App& app, const std::string& keys) {
+    app.sys.events->DoEvents();
+    if (!ActivateQuickBooks(app)) return false;
+    app.sys.clock->Sleep(kAfterActivateMs);
+    return SendKeysEscaped(app, keys, true);
+}
+
+// Each field: select its whole text, copy it, read the clipboard, go on with Tab. In message mode
+// the selecting and copying keys are not sent and the field editor is read instead. False when
+// the user cancelled after a failed copy.
+bool ReadHeaderFields(App& app, int delay) {
+    ScreenState& s = app.screen;
+    for (int i = 0; i <= s.headerFieldCount; ++i) {
+        ClearClipboard(app);
+        SendKeysEscaped(app, "(^{HOME})", true);
+        Wait(app, delay);
+        SendKeysEscaped(app, "(^(+{END}))", true);
+        Wait(app, delay);
+        SendCopyKeys(app, "^c");
+        if (app.common.lastAnswer == kAnsCancel) return false;
+        Wait(app, delay);
+        s.headerFields[i] = ClipBoardGetText(app, true, s.messageMode);
+        SendKeysEscaped(app, "{TAB}", true);
+        Wait(app, delay);
+    }
+    return true;
+}
+
 bool FullScreenAllowed(App& app) {
     const ui::Control* list = app.frmMain.Find("lstOptionsInternal");
     return list != nullptr && static_cast<int>(list->selected.size()) > kOptFullScreenMode &&
@@ -119,43 +126,33 @@ bool FullScreenAllowed(App& app) {
 
 bool IdentifyQuickBooks(App& app, std::string& result) {
     ScreenState& s = app.screen;
-    WindowMatches found = FindWindowLike(app, 0, "*QuickBooks*", "*");
-    DebugLog(app, "Get Trns No  back from Find WIndows Like=" + std::to_string(found.count()), 1);
-    std::string mainTitle;
-    for (int i = 0; i < found.count(); ++i) {
-        DebugLog(app, "Get Trns No TitleAR(" + std::to_string(i) + ")=" + found.titles[i], 1);
-        if (IsQbMainTitle(found.titles[i])) {
-            mainTitle = found.titles[i];
-            break;
-        }
-    }
-    if (!mainTitle.empty()) {
-        QbTitle parsed = ParseQbTitle(mainTitle);
+    s.qbMainWnd = FindQbMainWindow(app);
+    s.qbMainTitle = s.qbMainWnd ? app.sys.desktop->WindowText(s.qbMainWnd, 255) : "";
+    DebugLog(app, "Get Trns No QuickBooks main window=" + s.qbMainTitle, 1);
+    if (s.qbMainWnd != 0) {
+        QbTitle parsed = ParseQbTitle(s.qbMainTitle);
         s.qbYear = parsed.year;
-        if (parsed.company) s.apCompany = *parsed.company;
+        s.qbEdition = parsed.edition;
+        s.apCompany = parsed.company.value_or("");
+    } else {
+        s.apCompany.clear();
     }
 
     DebugLog(app, "Get Trns check ap=" + s.apCompany, 1);
     s.qbAppTitle = Trim(s.apCompany);
     if (s.qbAppTitle.empty()) {
         DebugLog(app, "Get Trns QB AP not found ", 1);
-        for (const std::string& title : found.titles)
+        for (const std::string& title : FindWindowLike(app, 0, "*QuickBooks*", "*").titles)
             DebugLog(app, "Get Trns QB AP Windows=" + title, 1);
         s.qbFoundFlag = false;
         ShowMessage(app, kMsgNoApCompany);
         result.clear();
         return false;
     }
-    if (s.qbWindowKey.empty()) s.qbWindowKey = s.qbAppTitle;
-    std::string upKey = Upper(s.qbWindowKey);
-    size_t qb = upKey.find("QUICKBOOKS");
-    if (qb != std::string::npos) {
-        if (auto before = BeforeDash(s.qbWindowKey, qb)) s.qbWindowKey = *before;
-    }
+    s.qbWindowKey = s.qbAppTitle;
 
     // A maximized transaction window puts its title in brackets into the main window's title.
-    if ((Contains(s.apCompany, "[Create") || Contains(mainTitle, "[Create")) &&
-        !FullScreenAllowed(app)) {
+    if (Contains(s.qbMainTitle, "[Create") && !FullScreenAllowed(app)) {
         ShowMessage(app, kMsgFullScreen, kMbCritical, "Pelmark");
         s.qbFoundFlag = false;
         result = kTrnsMaximized;
@@ -180,64 +177,6 @@ const char* TrnsKindTitle(TrnsKind kind) {
             break;
     }
     return "";
-}
-
-bool IsQbMainTitle(std::string_view title) {
-    std::string up = Upper(title);
-    for (const char* mark :
-         {" QUICKBOOKS PR", " QUICKBOOKS ENT", " QUICKBOOKS: PR", " QUICKBOOKS: ENT"})
-        if (up.find(mark) != std::string::npos) return true;
-    return false;
-}
-
-QbTitle ParseQbTitle(std::string_view title) {
-    QbTitle r;
-    std::string t = Trim(title);
-    std::string up = Upper(t);
-    std::string yearText;
-    size_t yearEnd = std::string::npos;
-
-    size_t p = up.find("EDITION");
-    if (p != std::string::npos) {
-        // "Company - QuickBooks Pro Edition 2004": the year is the word after "EDITION".
-        r.company = Trim(t.substr(0, p));
-        size_t k = p + 7;
-        while (k < t.size() && t[k] == ' ') ++k;
-        size_t e = k;
-        while (e < t.size() && t[e] != ' ' && t[e] != '(') ++e;
-        yearText = t.substr(k, e - k);
-        yearEnd = e;
-    } else if ((p = up.find("SOLUTIONS")) != std::string::npos) {
-        // "Enterprise Solutions 5.0" is the 2005 release: 2000 plus the number before the ".".
-        size_t from = p + 10;
-        size_t dot = from <= t.size() ? t.find('.', from) : std::string::npos;
-        if (dot != std::string::npos) {
-            size_t b = dot;
-            while (b > from && IsDigit(t[b - 1])) --b;
-            int version = b < dot ? std::stoi(t.substr(b, dot - b)) : 0;
-            yearText = std::to_string(2000 + version);
-            yearEnd = dot;
-        }
-    } else {
-        // Later versions name no edition: "Company  - QuickBooks Pro 2014".
-        size_t start = 0, end = 0;
-        if (FindYearWord(up, start, end)) {
-            yearText = t.substr(start, end - start);
-            yearEnd = end;
-        }
-    }
-
-    if (!yearText.empty() && IsNumeric(yearText)) {
-        r.year = yearText;
-        if (auto before = BeforeDash(t, yearEnd)) r.company = *before;
-    } else {
-        r.year = "1999";
-    }
-    // A title with no year to go by ("Company - QuickBooks Pro") still names the company before
-    // the dash in front of "QuickBooks".
-    size_t qb = up.find("QUICKBOOKS");
-    if (!r.company && qb != std::string::npos) r.company = BeforeDash(t, qb);
-    return r;
 }
 
 bool IsScreenDate(std::string_view text) {
@@ -272,7 +211,7 @@ void GetTrnsWindows(App& app) {
     s.mdiClientWnd = s.activeMDIChild = 0;
     s.editWnds = {};
 
-    s.qbMainWnd = GetWindowsHandle4Text(app, 0, ContainsPattern(s.qbWindowKey), "*");
+    s.qbMainWnd = FindQbMainWindow(app, s.qbWindowKey);
     if (s.qbMainWnd == 0) return;
 
     auto find = [&](const char* title) {
@@ -305,7 +244,6 @@ std::string GetTrnsNo(App& app) {
         if (!IdentifyQuickBooks(app, result)) return result;
     }
 
-    s.qbMainWnd = GetWindowsHandle4Text(app, 0, ContainsPattern(s.apCompany), "*");
     DebugLog(app, "Get Trns No abc=def ", 1);
     s.unsavedFlag = false;
     GetTrnsWindows(app);
@@ -347,27 +285,29 @@ std::string GetTrnsNo(App& app) {
     s.headerFields.assign(s.headerFieldCount + 1, std::string());
     int delay = KeyDelay(app);
 
-    if (!BringUpAndSendKeys(app, s.apCompany, "%" + s.custFieldKey)) {
+    if (!BringUpQuickBooks(app, "%" + s.custFieldKey)) {
         ShowMessage(app, std::string(kCrLf) + kMsgCannotFindScreen + s.apCompany);
         s.qbFoundFlag = false;
         return {};
     }
     Wait(app, kBeforeFirstFieldMs);
-
-    // Each field: select its whole text, copy it, read the clipboard, go on with Tab. In message
-    // mode the selecting and copying keys are not sent and the field editor is read instead.
-    for (int i = 0; i <= s.headerFieldCount; ++i) {
-        ClearClipboard(app);
-        SendKeysEscaped(app, "(^{HOME})", true);
-        Wait(app, delay);
-        SendKeysEscaped(app, "(^(+{END}))", true);
-        Wait(app, delay);
-        SendCopyKeys(app, "^c");
-        if (app.common.lastAnswer == kAnsCancel) return {};
-        Wait(app, delay);
-        s.headerFields[i] = ClipBoardGetText(app, true, s.messageMode);
-        SendKeysEscaped(app, "{TAB}", true);
-        Wait(app, delay);
+    if (!ReadHeaderFields(app, delay)) return {};
+    // Some QuickBooks versions keep their fields out of reach of window messages: the message
+    // mode then reads nothing, and the clipboard mode is tried once.
+    bool anyText = false;
+    for (const std::string& f : s.headerFields) anyText = anyText || !f.empty();
+    if (s.messageMode && !anyText) {
+        s.messageMode = false;
+        bool read = BringUpQuickBooks(app, "%" + s.custFieldKey) &&
+                    (Wait(app, kBeforeFirstFieldMs), ReadHeaderFields(app, delay));
+        s.messageMode = true;
+        if (!read) return {};
+        DebugLog(app, "Header read in clipboard mode (message mode read nothing)", 1);
+    } else {
+        DebugLog(
+            app,
+            std::string("Header read in ") + (s.messageMode ? "message" : "clipboard") + " mode",
+            1);
     }
 
     const int last = static_cast<int>(s.headerFields.size()) - 1;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "app/text.h"
 #include "screen/sendKeys.h"
@@ -175,7 +176,10 @@ std::optional<SimScenario> ScenarioFromCompany(const Company& company, std::stri
 // ---- The window tree -------------------------------------------------------------------------
 
 SimDesktop::SimDesktop(const SimScenario& scenario)
-    : company_(scenario.company), format_(scenario.titleFormat), maximized_(scenario.maximized) {
+    : company_(scenario.company),
+      format_(scenario.titleFormat),
+      mainTitle_(scenario.mainTitle),
+      maximized_(scenario.maximized) {
     desktop_ = NewWindow(0, Role::Desktop, "#32769", "");
     for (const std::string& title : scenario.otherWindows)
         NewWindow(desktop_, Role::Plain, "OtherProgramWindow", title);
@@ -238,6 +242,25 @@ Hwnd SimDesktop::AddTopLevelWindow(const std::string& title, const std::string& 
     return NewWindow(desktop_, Role::Plain, className, title, front);
 }
 
+Hwnd SimDesktop::AddDialog(const std::string& title, bool onSave) {
+    if (onSave) {
+        dialogOnSave_ = title;
+        return 0;
+    }
+    AnswerDialog();
+    dialog_ = NewWindow(desktop_, Role::Plain, "#32770", title, true);
+    nodes_[dialog_].owner = main_;
+    foreground_ = dialog_;
+    return dialog_;
+}
+
+void SimDesktop::AnswerDialog() {
+    if (dialog_ == 0) return;
+    Destroy(dialog_);
+    dialog_ = 0;
+    foreground_ = main_;
+}
+
 Hwnd SimDesktop::AddChildWindow(Hwnd parent, const std::string& className, const std::string& text,
                                 int controlId) {
     if (!IsWindow(parent)) return 0;
@@ -264,7 +287,7 @@ std::string SimDesktop::TextOf(Hwnd wnd) const {
     const Node& n = it->second;
     switch (n.role) {
         case Role::Main: {
-            std::string title = QbMainTitle(format_, company_);
+            std::string title = mainTitle_.empty() ? QbMainTitle(format_, company_) : mainTitle_;
             Hwnd active = ActiveTrns();
             if (maximized_ && active != 0) title += " - [" + nodes_.at(active).text + "]";
             return title;
@@ -285,6 +308,7 @@ std::string SimDesktop::TextOf(Hwnd wnd) const {
 Hwnd SimDesktop::GetWindow(Hwnd wnd, int relation) {
     auto it = nodes_.find(wnd);
     if (it == nodes_.end()) return 0;
+    if (relation == screen::kGwOwner) return it->second.owner;
     if (relation == screen::kGwChild)
         return it->second.children.empty() ? 0 : it->second.children.front();
     if (relation == screen::kGwHwndNext && it->second.parent != 0) {
@@ -421,14 +445,21 @@ bool SimDesktop::AppActivate(const std::string& titlePrefix) {
     for (Hwnd w : nodes_.at(desktop_).children) {
         std::string title = TextOf(w);
         if (title.size() >= titlePrefix.size() &&
-            EqualsNoCase(std::string_view(title).substr(0, titlePrefix.size()), titlePrefix)) {
-            activated.push_back(title);
-            foreground_ = w;
-            BringToFront(w);
-            return true;
-        }
+            EqualsNoCase(std::string_view(title).substr(0, titlePrefix.size()), titlePrefix))
+            return Activate(w);
     }
     return false;
+}
+
+bool SimDesktop::Activate(Hwnd w) {
+    auto it = nodes_.find(w);
+    if (it == nodes_.end() || it->second.parent != desktop_) return false;
+    activated.push_back(TextOf(w));
+    // The main window is disabled while a modal dialog shows: Windows activates the dialog
+    // instead.
+    foreground_ = w == main_ && dialog_ != 0 ? dialog_ : w;
+    BringToFront(w);
+    return true;
 }
 
 bool SimDesktop::ClearClipboard() {
@@ -472,14 +503,22 @@ bool SimDesktop::Press(const KeyStroke& k) {
     if (w == 0) return false;
     Trns& t = trns_.at(w);
 
-    // QuickBooks 99 put the customer field on Alt+C; later versions on Alt+J.
-    int fieldKey = format_ == QbTitleFormat::Pro1999 ? 'C' : 'J';
+    // QuickBooks 99 (no version in its title) put the customer field on Alt+C; later versions on
+    // Alt+J.
+    const bool old = mainTitle_.empty()
+                         ? format_ == QbTitleFormat::Pro1999
+                         : mainTitle_.find_first_of("0123456789") == std::string::npos;
+    int fieldKey = old ? 'C' : 'J';
     if (k.alt && k.vk == fieldKey) {
         Focus(t, 0);
         return true;
     }
     if (k.alt && k.vk == 'A') {
         ++altACount;
+        if (!dialogOnSave_.empty()) {
+            AddDialog(std::exchange(dialogOnSave_, std::string()));
+            return true;
+        }
         if (t.def.refuseClose) return true;
         SimSave save;
         save.kind = t.def.kind;

@@ -67,6 +67,7 @@ SimTrnsWindow MakeTrnsWindow(TrnsKind kind, const HeaderValues& values,
 struct SimScenario {
     std::string company = "Rock Castle Construction";
     QbTitleFormat titleFormat = QbTitleFormat::ProEdition2004;
+    std::string mainTitle;  // when set, the main window's whole title instead of the format's
     bool qbRunning = true;
     // The active transaction window is maximized: its title shows in brackets in the main title.
     bool maximized = false;
@@ -130,9 +131,11 @@ class SimDesktop : public screen::Desktop {
     std::string GetTextByMessage(Hwnd wnd, int maxChars) override;
     Hwnd GetMdiActiveChild(Hwnd mdiClient) override;
     bool IsWindow(Hwnd wnd) override { return nodes_.count(wnd) != 0; }
+    bool IsVisible(Hwnd wnd) override { return nodes_.count(wnd) != 0; }
     bool SetFocus(Hwnd wnd) override;
     bool SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int height) override;
     bool AppActivate(const std::string& titlePrefix) override;
+    bool Activate(Hwnd wnd) override;
     bool SendKeys(const std::string& keys, bool wait) override;
     bool ClearClipboard() override;
     std::optional<std::string> GetClipboardText() override { return clipboard_; }
@@ -145,7 +148,14 @@ class SimDesktop : public screen::Desktop {
     // A plain child window (a control of any class).
     Hwnd AddChildWindow(Hwnd parent, const std::string& className, const std::string& text,
                         int controlId = 0);
+    // A dialog of QuickBooks (owned by its main window, in front, taking the keys); with
+    // `onSave`, it shows at the next Alt+A instead of the window closing, as "Recording
+    // Transaction" does. Answer it with AnswerDialog.
+    Hwnd AddDialog(const std::string& title, bool onSave = false);
+    void AnswerDialog();
     void SetMaximized(bool on) { maximized_ = on; }
+    // Another company (or version) opened in the same QuickBooks.
+    void SetMainTitle(const std::string& title) { mainTitle_ = title; }
     void SetRefuseClose(Hwnd trnsWnd, bool refuse);
     void SetClipboardText(const std::string& text) { clipboard_ = text; }
 
@@ -170,7 +180,7 @@ class SimDesktop : public screen::Desktop {
   private:
     enum class Role { Plain, Desktop, Main, MdiClient, Trns, Editor, Field };
     struct Node {
-        Hwnd parent = 0;
+        Hwnd parent = 0, owner = 0;
         std::vector<Hwnd> children;  // z-order, top first
         std::string className, text;
         int controlId = 0;
@@ -203,6 +213,9 @@ class SimDesktop : public screen::Desktop {
     Hwnd desktop_ = 0, main_ = 0, mdiClient_ = 0, foreground_ = 0;
     std::string company_;
     QbTitleFormat format_ = QbTitleFormat::ProEdition2004;
+    std::string mainTitle_;
+    std::string dialogOnSave_;
+    Hwnd dialog_ = 0;
     bool maximized_ = false;
     std::optional<std::string> clipboard_;
 };

@@ -55,10 +55,13 @@ FakeQbProgram::FakeQbProgram(const std::vector<std::string>& args) {
     all.push_back(countFile);
     all.insert(all.end(), args.begin(), args.end());
     program_ = std::make_unique<TestProgram>(PELMARK_FAKEQB_EXE, all);
+    std::wstring cls = L"MauiFrame";
+    for (size_t i = 0; i + 1 < args.size(); ++i)
+        if (args[i] == "--class") cls = WideFromUtf8(args[i + 1]);
     // The first program started in a Wine prefix can take seconds.
     for (int waited = 0; waited < 30000 && !main_; waited += 50) {
         if (program_->Ended(0)) return;
-        main_ = program_->FindWindowOfClass(L"MauiFrame");
+        main_ = program_->FindWindowOfClass(cls.c_str());
         if (!main_) Sleep(50);
     }
     if (main_) program_->WaitForIdle(5000);

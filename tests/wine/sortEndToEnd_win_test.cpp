@@ -78,6 +78,19 @@ const Refusal kRefusals[] = {
      61},
     {"QuickBooks not running", [](DesktopSortRig::Options& o) { o.registered = false; },
      "QBXMLRP2.RequestProcessor) is not installed", 0},
+    // A QuickBooks dialog after Alt+A is named and never answered for the user.
+    {"dialog after Save & Close",
+     [](DesktopSortRig::Options& o) {
+         o.moreArgs = {"--dialog", "Recording Transaction"};
+     },
+     "QuickBooks is showing 'Recording Transaction': answer it in QuickBooks, then press Sort "
+     "again",
+     1},
+    {"password after Save & Close",
+     [](DesktopSortRig::Options& o) {
+         o.moreArgs = {"--dialog", "QuickBooks Closing Date Password"};
+     },
+     "QuickBooks is showing 'QuickBooks Closing Date Password'", 1},
 };
 
 TEST(SortEndToEndTest, RefusedRunsSayWhyAndLeaveTheCompanyAsItWas) {
@@ -96,6 +109,7 @@ TEST(SortEndToEndTest, RefusedRunsSayWhyAndLeaveTheCompanyAsItWas) {
         if (c.saves >= 0) {
             EXPECT_EQ(rig.quickBooks()->SaveCount(), c.saves);
         }
+        if (c.words == kRefusals[4].words) TakeScreenshot("sort-stopped-at-quickbooks-dialog");
         EXPECT_TRUE(rig.CompanyUnchanged());
     }
 }

@@ -16,6 +16,7 @@
 #include "wine/fakeqb_win.h"
 #include "wine/qbcom_win.h"
 #include "wine/screenshot_win.h"
+#include "wine/sortRig_win.h"
 
 namespace pelmark::screen {
 namespace {
@@ -44,18 +45,60 @@ struct WinTrnsNoTest : ::testing::Test {
     test::TestApp t;
 };
 
-TEST_F(WinTrnsNoTest, ReadsTheOpenInvoiceByKeystrokesAndTheClipboard) {
-    FakeQbProgram qb({"--company", kCompany, "--version", "pro2014", "--window", kInvoice});
+// The title formats of QuickBooks 2014 to 2024 (tests/data/qb-titles.txt), each read by real
+// keystrokes and the clipboard while a browser window named after the company, and a window of
+// another class with a QuickBooks title, stand in front of it.
+TEST_F(WinTrnsNoTest, FindsQuickBooksInEveryTitleFormatBehindDecoys) {
+    const std::string company = kCompany;
+    FakeQbProgram browser({"--class", "Chrome_WidgetWin_1", "--title",
+                           company + "  - QuickBooks Pro 2014 - Google Chrome"});
+    ASSERT_NE(browser.main(), nullptr);
+    EXPECT_EQ(GetTrnsNo(t.app), "") << "a decoy alone is no QuickBooks";
+    EXPECT_EQ(Prompts(), std::vector<std::string>{kMsgNoApCompany});
+    t.prompter.shown.clear();
+
+    const struct {
+        const char *version, *year, *edition;
+    } rows[] = {{"pro2014", "2014", "Pro"},
+                {"premier2016", "2016", "Premier"},
+                {"pro2019", "2019", "Pro"},
+                {"accountant2019", "2019", "Accountant"},
+                {"enterprise18", "2018", "Enterprise Solutions: Accountant"},
+                {"enterprise24", "2024", "Enterprise Solutions: Manufacturing and Wholesale"},
+                {"premierplus2024", "2024", "Premier Plus"}};
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.version);
+        FakeQbProgram qb({"--company", kCompany, "--version", r.version, "--window", kInvoice});
+        ASSERT_NE(qb.main(), nullptr);
+        SetWindowPos(browser.main(), HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE);
+        t.app.screen = {};
+        EXPECT_EQ(GetTrnsNo(t.app), "1098");
+        const ScreenState& s = t.app.screen;
+        EXPECT_EQ(s.qbMainWnd, reinterpret_cast<Hwnd>(qb.main()));
+        EXPECT_EQ(s.qbYear, r.year);
+        EXPECT_EQ(s.qbEdition, r.edition);
+        EXPECT_EQ(s.qbAppTitle, kCompany);
+        EXPECT_EQ(s.customerName, "Abercrombie, Kristy:Family Room");
+        EXPECT_EQ(s.trnsDate, "12/15/2014");
+        EXPECT_EQ(s.templateName, "Intuit Product Invoice");
+        EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
+    }
+}
+
+// What pelmark-cli.exe screen prints of a fake QuickBooks with an invoice open.
+TEST_F(WinTrnsNoTest, ScreenCommandPrintsWhatPelmarkSees) {
+    FakeQbProgram qb({"--company", kCompany, "--version", "pro2019", "--window", kInvoice});
     ASSERT_NE(qb.main(), nullptr);
-    EXPECT_EQ(GetTrnsNo(t.app), "1098");
-    const ScreenState& s = t.app.screen;
-    EXPECT_EQ(s.customerName, "Abercrombie, Kristy:Family Room");
-    EXPECT_EQ(s.trnsDate, "12/15/2014");
-    EXPECT_EQ(s.templateName, "Intuit Product Invoice");
-    EXPECT_EQ(s.qbYear, "2014");
-    EXPECT_EQ(s.qbAppTitle, kCompany);
-    EXPECT_EQ(s.chosenKind, TrnsKind::Invoice);
-    EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
+    test::CommandResult r =
+        test::RunCommand(test::QuoteArg(test::WindowsPath(PELMARK_CLI_EXE)) + L" screen", 60000);
+    EXPECT_EQ(r.exitCode, 0u) << r.output;
+    std::erase(r.output, '\r');
+    for (const char* line :
+         {"quickbooks: HOLY GHOST ASSOC. INC.  - QuickBooks Desktop Pro 2019(multi-user)(Admin)\n",
+          "class: MauiFrame\n", "year: 2019\n", "edition: Pro\n",
+          "company: HOLY GHOST ASSOC. INC.\n", "transaction: Create Invoices 1098\n",
+          "windows: Create Invoices 1, ", "dialog: none\n"})
+        EXPECT_NE(r.output.find(line), std::string::npos) << line << " in\n" << r.output;
 }
 
 TEST_F(WinTrnsNoTest, ReadsTheHeaderByMessagesWithoutTouchingTheClipboard) {
@@ -76,35 +119,6 @@ TEST_F(WinTrnsNoTest, ReadsTheHeaderByMessagesWithoutTouchingTheClipboard) {
     EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
     // No copy keystroke went out in message mode.
     EXPECT_EQ(desktop->GetClipboardText(), "");
-}
-
-TEST_F(WinTrnsNoTest, OldVersionWithTheDateTwoFieldsAfterTheTemplate) {
-    FakeQbProgram qb({"--company", "Rock Castle", "--version", "old", "--window",
-                      "estimate;customer=Baker's Professional;template=Custom Estimate;"
-                      "extra=UPS;date=11/02/1998;number=612"});
-    ASSERT_NE(qb.main(), nullptr);
-    EXPECT_EQ(GetTrnsNo(t.app), "612");
-    EXPECT_EQ(t.app.screen.qbYear, "1999");
-    EXPECT_EQ(t.app.screen.custFieldKey, "c");
-    EXPECT_EQ(t.app.screen.customerName, "Baker's Professional");
-    EXPECT_EQ(t.app.screen.dateIndex, 4);
-    EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
-}
-
-TEST_F(WinTrnsNoTest, TwoKindsOpenOrAMaximizedWindowAreRefused) {
-    {
-        FakeQbProgram qb({"--company", kCompany, "--window", kInvoice, "--window",
-                          "salesorder;customer=Cook, Brian;template=Custom S.O.;"
-                          "date=12/20/2014;number=7"});
-        ASSERT_NE(qb.main(), nullptr);
-        EXPECT_EQ(GetTrnsNo(t.app), kTrnsSeveralKinds);
-        EXPECT_EQ(Prompts(), std::vector<std::string>{kMsgMultipleScreens});
-    }
-    t.prompter.shown.clear();
-    FakeQbProgram qb({"--company", kCompany, "--window", std::string(kInvoice) + ";maximized"});
-    ASSERT_NE(qb.main(), nullptr);
-    EXPECT_EQ(GetTrnsNo(t.app), kTrnsMaximized);
-    EXPECT_EQ(Prompts(), std::vector<std::string>{kMsgFullScreen});
 }
 
 // The lines of a queried invoice listed again as new lines in reverse order, as a modify.

@@ -2,9 +2,15 @@
 // Windows tests drive with real keystrokes, messages and the clipboard.
 //
 //   fakeqb.exe (--title TEXT | --company NAME [--version KEY]) [--count-file PATH]
+//              [--class NAME] [--dialog TITLE]
 //              [--window SPEC]... [--company-file PATH [--open KIND:REFNUMBER[;SETTINGS]]...]
 //
-// KEY picks a title format: pro2014 (the default), enterprise18, pro2004, solutions5, old.
+// KEY picks a title format: pro2014 (the default), enterprise18, pro2004, solutions5, old,
+// premier2016, pro2019 (multi-user), accountant2019, enterprise24, premierplus2024 (the formats
+// of tests/data/qb-titles.txt). --class gives the main window another class than QuickBooks'
+// MauiFrame (a decoy that must not be taken for QuickBooks). --dialog: the first Save & Close
+// shows a modal dialog of that title, owned by the main window, instead of closing the form (as
+// QuickBooks' "Recording Transaction" does); the form stays open until the dialog is answered.
 // SPEC is a kind (invoice, estimate, salesorder, salesreceipt, purchaseorder) followed by
 // ";"-separated settings: customer= (a purchase order's vendor), class=, template=, date=,
 // number=, extra= (a field between the template and the date), title= (instead of the kind's
@@ -25,6 +31,7 @@
 #include <cwchar>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/wideText.h"
@@ -75,6 +82,9 @@ struct Program {
     HINSTANCE instance = nullptr;
     HWND frame = nullptr, client = nullptr;
     std::wstring title, countFile;
+    std::wstring frameClass = L"MauiFrame";
+    std::wstring dialogTitle;  // shown at the first Save & Close; empty once shown
+    HWND dialog = nullptr;
     bool oldVersion = false;  // no version in the title: the customer field is Alt+C
     int saveCount = 0;
     HFONT font = nullptr, bold = nullptr, big = nullptr;
@@ -132,6 +142,12 @@ const Version kVersions[] = {
     {L"pro2004", L"%s - QuickBooks: Pro Edition 2004"},
     {L"solutions5", L"%s - QuickBooks: Enterprise Solutions 5.0"},
     {L"old", L"%s - QuickBooks Pro"},
+    {L"premier2016", L"%s  - QuickBooks Premier 2016"},
+    {L"pro2019", L"%s  - QuickBooks Desktop Pro 2019(multi-user)(Admin)"},
+    {L"accountant2019", L"%s  - QuickBooks Accountant Desktop 2019"},
+    {L"enterprise24",
+     L"%s  - Intuit QuickBooks Enterprise Solutions: Manufacturing and Wholesale 24.0"},
+    {L"premierplus2024", L"%s  - QuickBooks Desktop Premier Plus 2024"},
 };
 
 std::vector<std::wstring> Split(const std::wstring& s, wchar_t sep) {
@@ -391,6 +407,36 @@ void BuildForm(HWND wnd, Form* form) {
     form->lastFocus = first;
 }
 
+constexpr const wchar_t* kDialogClass = L"FakeQbDialog";
+constexpr int kIdDialogOk = 4001;
+
+// A modal dialog as QuickBooks shows one: owned by the main window, which it disables until it
+// is answered (OK, or closed).
+void ShowDialog() {
+    std::wstring title = std::exchange(g.dialogTitle, std::wstring());
+    g.dialog = CreateWindowExW(0, kDialogClass, title.c_str(),
+                               WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_VISIBLE, 300, 220, 360, 150,
+                               g.frame, nullptr, g.instance, nullptr);
+    Control(g.dialog, L"STATIC", L"You have changed the transaction. Do you want to record it?",
+            SS_LEFT, -1, 16, 16, 320, 34, g.font);
+    Control(g.dialog, L"BUTTON", L"OK", BS_DEFPUSHBUTTON | WS_TABSTOP, kIdDialogOk, 136, 66, 80, 26,
+            g.font);
+    EnableWindow(g.frame, FALSE);
+    SetForegroundWindow(g.dialog);
+    UpdateWindow(g.dialog);
+}
+
+LRESULT CALLBACK DialogProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
+    if ((msg == WM_COMMAND && LOWORD(wParam) == kIdDialogOk) || msg == WM_CLOSE) {
+        EnableWindow(g.frame, TRUE);
+        DestroyWindow(wnd);
+        g.dialog = nullptr;
+        SetForegroundWindow(g.frame);
+        return 0;
+    }
+    return DefWindowProcW(wnd, msg, wParam, lParam);
+}
+
 LRESULT CALLBACK FormProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
     auto* form = reinterpret_cast<Form*>(GetWindowLongPtrW(wnd, GWLP_USERDATA));
     switch (msg) {
@@ -445,6 +491,10 @@ LRESULT CALLBACK FormProc(HWND wnd, UINT msg, WPARAM wParam, LPARAM lParam) {
             } else if (LOWORD(wParam) == kIdSaveClose && HIWORD(wParam) == BN_CLICKED) {
                 ++g.saveCount;
                 WriteCount();
+                if (!g.dialogTitle.empty()) {
+                    ShowDialog();
+                    return 0;
+                }
                 // Closed once the button has finished its click, not from inside it.
                 if (form && !form->spec.stubborn) PostMessageW(wnd, kMsgClose, 0, 0);
             }
@@ -525,6 +575,10 @@ bool ParseArgs(int argc, wchar_t** argv) {
             company = v;
         } else if (a == L"--version") {
             version = v;
+        } else if (a == L"--class") {
+            g.frameClass = v;
+        } else if (a == L"--dialog") {
+            g.dialogTitle = v;
         } else if (a == L"--count-file") {
             g.countFile = v;
         } else if (a == L"--window" || a == L"--open") {
@@ -560,8 +614,8 @@ void RegisterClasses() {
     wc.hInstance = g.instance;
     wc.hCursor = LoadCursorW(nullptr, reinterpret_cast<LPCWSTR>(IDC_ARROW));
     wc.hIcon = LoadIconW(nullptr, reinterpret_cast<LPCWSTR>(IDI_APPLICATION));
-    // The class QuickBooks' main window has.
-    wc.lpszClassName = L"MauiFrame";
+    // The class QuickBooks' main window has (or a decoy's).
+    wc.lpszClassName = g.frameClass.c_str();
     wc.lpfnWndProc = FrameProc;
     wc.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_APPWORKSPACE + 1);
     RegisterClassExW(&wc);
@@ -569,6 +623,11 @@ void RegisterClasses() {
     wc.lpszClassName = kFormClass;
     wc.lpfnWndProc = FormProc;
     wc.hbrBackground = g.formBrush;
+    RegisterClassExW(&wc);
+
+    wc.lpszClassName = kDialogClass;
+    wc.lpfnWndProc = DialogProc;
+    wc.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
     RegisterClassExW(&wc);
 }
 
@@ -653,9 +712,9 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
 
     HMENU windowMenu = nullptr;
     HMENU menu = BuildMenu(&windowMenu);
-    g.frame =
-        CreateWindowExW(0, L"MauiFrame", g.title.c_str(), WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN, 20,
-                        20, 1080, 640, nullptr, menu, instance, windowMenu);
+    g.frame = CreateWindowExW(0, g.frameClass.c_str(), g.title.c_str(),
+                              WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN, 20, 20, 1080, 640, nullptr,
+                              menu, instance, windowMenu);
     if (!g.frame) return 1;
     ShowWindow(g.frame, SW_SHOW);
     for (const WindowSpec& spec : g.windows) OpenForm(spec);
@@ -668,6 +727,7 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
 
     MSG msg;
     while (GetMessageW(&msg, nullptr, 0, 0) > 0) {
+        if (g.dialog && IsDialogMessageW(g.dialog, &msg)) continue;
         if (TranslateMDISysAccel(g.client, &msg)) continue;
         // Tab, Shift+Tab and the Alt accelerators of the labels and buttons work in the
         // active transaction window as in a dialog box.
