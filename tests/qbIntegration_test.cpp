@@ -157,6 +157,9 @@ TEST(QbSimIntegration, LineFieldsOfLaterVersionsAndInheritedValuesSurviveTheSort
         ASSERT_TRUE(rig.Go()) << rig.app.run.status;
         EXPECT_EQ(rig.app.qb.requestMajorVersion + "." + rig.app.qb.requestMinorVersion, version);
         EXPECT_TRUE(rig.app.run.checkProblems.empty());
+        // A 7.0 answer holds no element of a later version, stored or not.
+        EXPECT_EQ(rig.app.qb.txn.lines.at(0).inventorySiteFullName.empty(),
+                  std::string(version) == "7.0");
         if (std::string(version) == "13.0") {
             EXPECT_EQ(lines(), before);
         }
