@@ -2,8 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
+#include "app/run.h"
 #include "fakes/fakes.h"
+#include "fakes/sortRig.h"
+#include "sim/simRun.h"
 #include "sort/engine.h"
 #include "ui/frmMain.h"
 
@@ -40,6 +46,37 @@ TEST(SortSettings, ReadFromTheMainForm) {
     EXPECT_EQ(s.blankCount, 32767);  // kept as a 16-bit number
     EXPECT_EQ(s.netWeightField, "NetWt");
     EXPECT_EQ(s.netWeightTotalField, "LineWt");
+}
+
+// A level or weight naming a custom field is chosen once the company's fields are known, with
+// no start-up question; only a name the company lacks is reported, once.
+TEST(SortSettings, CustomFieldChoicesWaitForTheCompanysFieldNames) {
+    test::TestApp t;
+    std::ifstream in(test::kSampleSettings);
+    std::string ini = (std::ostringstream() << in.rdbuf()).str();
+    for (auto [from, to] : {std::pair{"(0)=Item Full Name", "(0)=color"},
+                            {"cboCFNetWeight=--None--", "cboCFNetWeight=Net Weight"},
+                            {"cboCFItemNetWeightTotal=--None--", "cboCFItemNetWeightTotal=Gone"}})
+        ini.replace(ini.find(from), std::string(from).size(), to);
+    std::ofstream(t.dir.File("Pelmark.ini")) << ini;
+    std::filesystem::copy_file(test::kSampleCompany, t.dir.File("company.xml"));
+    sim::SimQuickBooks qb = sim::StartSimQuickBooks(t.dir.File("company.xml"), "3001");
+    t.app.sys.qbTransport = qb.transport.get();
+    t.app.sys.desktop = qb.desktop.get();
+    LoadMainForm(t.app);
+
+    const SortSettings s = ReadSortSettings(t.app.frmMain);
+    EXPECT_EQ(s.levels[0].field, "Color");
+    EXPECT_EQ(s.netWeightField, "Net Weight");
+    const ui::Control& weights = *t.app.frmMain.Find("cboCFItemNetWeightTotal");
+    ASSERT_FALSE(weights.list.empty());
+    EXPECT_EQ(weights.list.front(), "");  // a choice can be cleared
+    EXPECT_NE(std::find(weights.list.begin(), weights.list.end(), "Net Weight"),
+              weights.list.end());
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    const std::string& said = t.prompter.shown[0].text;
+    EXPECT_NE(said.find("cboCFItemNetWeightTotal(Gone)"), std::string::npos) << said;
+    EXPECT_EQ(said.find("cboSortField"), std::string::npos) << said;
 }
 
 TEST(SortSettings, PlansOneQueriedTransaction) {

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "app/context.h"
+#include "app/fieldLists.h"
 #include "app/logs.h"
 #include "app/run.h"
 #include "app/settings.h"
@@ -131,9 +132,7 @@ bool LoadMainForm(App& app) {
         step("Load Back from Get Map ");
         // QuickBooks and its lists; the sort levels list the company's custom fields.
         const bool opened = qb::QBInit(app);
-        const std::vector<std::string> vocabulary = ui::SortFieldVocabulary(CustomFieldNames(app));
-        for (ui::Control& c : app.frmMain.controls())
-            if (c.name == "cboSortField") ui::Form::SetList(c, vocabulary);
+        FillCustomFieldLists(app, CustomFieldNames(app), opened);
         step("Loaded ");
         step("Load Complete Exiting ");
         return opened;
