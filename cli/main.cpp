@@ -17,6 +17,7 @@
 #include "qb/transport.h"
 #include "screen/desktop.h"
 #include "sim/simRun.h"
+#include "sort/preview.h"
 #include "ui/frmMain.h"
 
 namespace {
@@ -39,12 +40,14 @@ const char* const kUsage =
     "  --data-dir DIR     keep settings and logs in DIR\n"
     "  --answer yes|no    how questions are answered (default no)\n"
     "  --trace-qbxml DIR  write every qbXML request and response of the run to DIR\n"
+    "  --dry-run          print the new order and write nothing\n"
     "  --samples DIR      where the sample files are (default: the source tree's samples)\n";
 
 struct Args {
     std::string command;
     std::string dataDir, company, ref, settings, traceDir;
     bool refGiven = false;
+    bool dryRun = false;
     std::string samples = PELMARK_SAMPLES_DIR;
     int answer = kAnsNo;
     std::string error;
@@ -72,6 +75,8 @@ Args Parse(int argc, char** argv) {
             a.refGiven = true;
         } else if (s == "--settings") {
             a.settings = value("--settings");
+        } else if (s == "--dry-run") {
+            a.dryRun = true;
         } else if (s == "--trace-qbxml") {
             a.traceDir = value("--trace-qbxml");
         } else if (s == "--answer") {
@@ -242,7 +247,15 @@ SortOutcome RunSort(const Args& args, const std::string& dataDir) {
         LoadMainForm(app);
         if (args.company.empty() && args.refGiven)
             if (ui::Control* ref = app.frmMain.Find("txtRefNo")) ref->text = args.ref;
-        const bool ok = CmdGo(app);
+        bool previewed = false;
+        if (args.dryRun)
+            app.previewHook = [&previewed](const std::vector<sort::PreviewRow>& rows) {
+                std::printf("The new order (dry run, nothing is written):\n%s",
+                            sort::PreviewTable(rows).c_str());
+                previewed = true;
+                return false;
+            };
+        const bool ok = CmdGo(app) || previewed;
         out.roundTrips = app.run.roundTrips;
         out.debugLog = app.common.debug.open ? app.common.debug.path : "";
         if (!args.company.empty() && sim::ShowDisplayedTransactions(simQb, args.company) > 0)

@@ -7,6 +7,7 @@
 #include "app/run.h"
 #include "qb/qbCommon.h"
 #include "sort/engine.h"
+#include "sort/preview.h"
 
 namespace pelmark::sort {
 
@@ -112,6 +113,13 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
     const std::vector<qb::TxnLine> table = txn.lines;
 
     const SortPlan plan = PlanTransactionSort(app, app.frmMain, kind, txnIndex);
+    if (app.previewHook &&
+        !app.previewHook(PreviewRows(table, before.firstLine, before.lineCount, plan))) {
+        ShowStatus(app, "The new order was not written");
+        // QuickBooks had the window closed for the sort; it shows the transaction as it was.
+        qb::TxnDisplayModSub(app, kind, before.txnID);
+        return false;
+    }
 
     DebugLog(app, "Do Back Ground Doing Order Mod Sub ", 5);
     qb::TxnModHead head;
