@@ -154,9 +154,9 @@ std::vector<const qb::TxnLineField*> ModifiableLineFields(App& app, qb::TxnKind 
 
 // Sorts queried transaction `txnIndex` of app.qb.txn: plans the new order, writes it back with
 // one modify, writes the lines' custom fields and weights, re-queries the transaction and checks
-// it against what was sent, and asks QuickBooks to show it again. True when the modify went
-// through and the transaction came back whole.
-bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex = 0);
+// it against what was sent, and asks QuickBooks to show it again (unless not `show`: a batch
+// opens no windows). True when the modify went through and the transaction came back whole.
+bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex = 0, bool show = true);
 
 // ---- Application glue (settings.cpp) ---------------------------------------------------------
 

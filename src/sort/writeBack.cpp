@@ -104,7 +104,7 @@ void ReportCheck(App& app, const std::vector<std::string>& problems) {
 
 }  // namespace
 
-bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
+bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
     const qb::TxnKindInfo& k = qb::KindInfo(kind);
     qb::TxnState& txn = app.qb.txn;
     if (txnIndex >= txn.txns.size()) return false;
@@ -177,8 +177,10 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
     const std::vector<std::string> problems = CheckTransaction(app, kind, before, expected, check);
     ReportCheck(app, problems);
 
-    ShowStatus(app, "Sending Display Trans to QB");
-    qb::TxnDisplayModSub(app, kind, before.txnID);
+    if (show) {
+        ShowStatus(app, "Sending Display Trans to QB");
+        qb::TxnDisplayModSub(app, kind, before.txnID);
+    }
     DebugLog(app, "Do Back Ground, Exit After Display Txn Mod", 5);
     DebugLog(app, "Do Sort Trans exit ", 5);
     return problems.empty();
