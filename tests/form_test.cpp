@@ -55,11 +55,6 @@ TEST(Form, MainFormInvariants) {
     EXPECT_EQ(setPerGroup,
               (std::map<std::string, int>{
                   {"fraTransType", 1}, {"fraBlankLines", 1}, {"fraStopOnErrorLevel", 1}}));
-    for (int i = 0; i < kSortLevels; ++i) {
-        for (const char* name : {"chkSortDesc", "chkSortCaseSensitive"})
-            EXPECT_NE(f.Find(name, i), nullptr) << name << i;
-        EXPECT_EQ(f.Find("cboSortField", i)->list, SortFieldVocabulary({}));
-    }
     EXPECT_EQ(f.Find("lstOptionsInternal")->list.at(screen::kOptFullScreenMode),
               "chkFullScreenMode");
     EXPECT_EQ(f.Find("lstOptionsInternal")->selected.size(), 11u);

@@ -24,17 +24,14 @@ void Select(ui::Control& combo, const std::string& entry) {
 
 TEST(SortSettings, ReadFromTheMainForm) {
     ui::Form form = ui::MakeMainFormModel();
-    SortSettings s = ReadSortSettings(form);
-    EXPECT_EQ(s.levels.size(), static_cast<std::size_t>(ui::kSortLevels));
-    EXPECT_EQ(s.blankLines, BlankLines::None);
-
     Select(*form.Find("cboSortField", 1), "Desc");
     form.Find("chkSortDesc", 1)->value = 1;
     form.Find("chkSortCaseSensitive", 1)->value = 1;
     form.Find("chkKeepBlankItems")->value = 1;
     form.SetOption(*form.Find("optBlankLinesAfter"), true);
     form.Find("txtBlankLines")->text = " 99999";
-    s = ReadSortSettings(form);
+    const SortSettings s = ReadSortSettings(form);
+    EXPECT_EQ(s.levels.size(), static_cast<std::size_t>(ui::kSortLevels));
     ASSERT_EQ(ActiveLevels(s.levels).size(), 1u);
     EXPECT_EQ(s.levels[1].field, "Desc");
     EXPECT_TRUE(s.levels[1].descending);
