@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <unordered_map>
 
 #include "sort/collate.h"
 #include "sort/engine.h"
@@ -93,6 +94,14 @@ std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& li
     std::vector<std::string> keys;
     keys.reserve(lines.size());
     std::string previousTaxCode;
+    // Item names and descriptions repeat down a transaction; a locale key costs far more than
+    // a lookup, so each level keeps the keys of the texts it has seen.
+    std::vector<std::unordered_map<std::string, std::string>> seen(levels.size());
+    auto appendText = [&](std::string& key, std::size_t level, const std::string& text) {
+        auto [it, added] = seen[level].try_emplace(text);
+        if (added) AppendCollationKey(it->second, text, levels[level].caseSensitive);
+        key += it->second;
+    };
 
     for (std::size_t position = 0; position < lines.size(); ++position) {
         const qb::TxnLine& line = *lines[position];
@@ -103,15 +112,16 @@ std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& li
         previousTaxCode = taxCode;
 
         std::string key;
-        for (const SortLevel& level : levels) {
+        for (std::size_t index = 0; index < levels.size(); ++index) {
+            const SortLevel& level = levels[index];
             const std::string& name = level.field;
             const std::size_t start = key.size();
             bool itemLevel = false;
             if (name == "Item Full Name" || name == "Item Name") {
                 const std::string& full = line.itemFullName;
-                AppendCollationKey(
-                    key, Cut(name == "Item Name" ? Trim(ItemNameOf(full)) : full, kItemNameWidth),
-                    level.caseSensitive);
+                appendText(
+                    key, index,
+                    Cut(name == "Item Name" ? Trim(ItemNameOf(full)) : full, kItemNameWidth));
                 itemLevel = true;
             } else if (name == "Price") {
                 AppendNumberLevel(key, line.rate.empty() ? line.ratePercent : line.rate,
@@ -127,7 +137,7 @@ std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& li
                                          : name == "Other1"   ? line.other1
                                          : name == "Other2"   ? line.other2
                                                               : CustomFieldValue(line, name);
-                AppendCollationKey(key, text, level.caseSensitive);
+                appendText(key, index, text);
             }
             // Inverting every byte of a level, its end mark included, reverses that level's
             // order and nothing else.
