@@ -91,9 +91,7 @@ void BM_StableSortOfKeys(benchmark::State& state) {
     const auto table = Lines(static_cast<std::size_t>(state.range(0)));
     std::vector<const qb::TxnLine*> lines;
     for (const auto& l : table) lines.push_back(&l);
-    std::vector<std::string> entries;
-    for (const sort::SortKey& k : sort::BuildSortKeys(lines, Settings()))
-        entries.push_back(k.Entry());
+    const std::vector<std::string> entries = sort::BuildSortKeys(lines, Settings());
     for (auto _ : state) {
         state.PauseTiming();
         std::vector<std::string> work = entries;

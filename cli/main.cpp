@@ -7,6 +7,13 @@
 #include <string>
 #include <vector>
 
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
+#include "app/batch.h"
 #include "app/context.h"
 #include "app/prompts.h"
 #include "app/registry.h"
@@ -18,6 +25,7 @@
 #include "screen/WindowsStuff.h"
 #include "screen/desktop.h"
 #include "sim/simRun.h"
+#include "sort/preview.h"
 #include "ui/frmMain.h"
 
 namespace {
@@ -31,6 +39,8 @@ const char* const kUsage =
     "  demo               copy the sample company, sort an invoice and show it before and after\n"
     "  screen             print what Pelmark sees of QuickBooks on the screen, one key: value a\n"
     "                     line (exit 0 when QuickBooks and one transaction window were found)\n"
+    "  batch              sort every transaction of --kind dated --from .. --to (through the\n"
+    "                     SDK alone), optionally of one --customer; a table of results at the end\n"
     "  version            print the program version\n"
     "options:\n"
     "  --company FILE     sort against qbsim over this company file, on a simulated desktop\n"
@@ -42,12 +52,17 @@ const char* const kUsage =
     "  --data-dir DIR     keep settings and logs in DIR\n"
     "  --answer yes|no    how questions are answered (default no)\n"
     "  --trace-qbxml DIR  write every qbXML request and response of the run to DIR\n"
+    "  --dry-run          print the new order (batch: what would be sorted) and write nothing\n"
+    "  --kind K --from YYYY-MM-DD --to YYYY-MM-DD [--customer NAME]   what batch sorts\n"
+    "                     (K: invoice, estimate, salesorder or salesreceipt)\n"
     "  --samples DIR      where the sample files are (default: the source tree's samples)\n";
 
 struct Args {
     std::string command;
     std::string dataDir, company, ref, settings, traceDir;
+    std::string kind, from, to, customer;  // batch
     bool refGiven = false;
+    bool dryRun = false;
     std::string samples = PELMARK_SAMPLES_DIR;
     int answer = kAnsNo;
     std::string error;
@@ -75,6 +90,16 @@ Args Parse(int argc, char** argv) {
             a.refGiven = true;
         } else if (s == "--settings") {
             a.settings = value("--settings");
+        } else if (s == "--kind") {
+            a.kind = value("--kind");
+        } else if (s == "--from") {
+            a.from = value("--from");
+        } else if (s == "--to") {
+            a.to = value("--to");
+        } else if (s == "--customer") {
+            a.customer = value("--customer");
+        } else if (s == "--dry-run") {
+            a.dryRun = true;
         } else if (s == "--trace-qbxml") {
             a.traceDir = value("--trace-qbxml");
         } else if (s == "--answer") {
@@ -192,6 +217,46 @@ HouseKeeperOptions StartOptions(const std::string& dataDir) {
     return opt;
 }
 
+BatchOptions BatchOptionsOf(const Args& args) {
+    BatchOptions o;
+    o.kind = BatchKind(args.kind).value_or(qb::TxnKind::None);
+    o.from = args.from;
+    o.to = args.to;
+    o.customer = args.customer;
+    o.dryRun = args.dryRun;
+    return o;
+}
+
+// The batch after start-up: a progress bar on a terminal, then the table of results.
+bool RunBatchCommand(const Args& args, App& app) {
+    const bool terminal = isatty(fileno(stdout));
+    app.statusHook = nullptr;  // one line per transaction says more than the run's steps
+    std::string error;
+    const std::vector<BatchItem> items = RunBatch(
+        app, BatchOptionsOf(args),
+        [terminal](std::size_t done, std::size_t total, const BatchItem&) {
+            if (terminal) {
+                const int width = 40, filled = static_cast<int>(done * width / total);
+                std::printf("\r[%s%s] %zu/%zu", std::string(filled, '#').c_str(),
+                            std::string(width - filled, ' ').c_str(), done, total);
+                if (done == total) std::printf("\n");
+                std::fflush(stdout);
+            }
+            return true;
+        },
+        error);
+    if (!error.empty()) {
+        app.run.lastError = error;
+        return false;
+    }
+    std::printf("%s", BatchTable(items).c_str());
+    std::size_t failed = 0;
+    for (const BatchItem& i : items) failed += i.failed;
+    std::printf("%zu transactions, %zu failed\n", items.size(), failed);
+    app.run.lastError = failed ? std::to_string(failed) + " of the transactions failed" : "";
+    return failed == 0;
+}
+
 struct SortOutcome {
     int exitCode = 1;
     std::string debugLog;
@@ -254,7 +319,16 @@ SortOutcome RunSort(const Args& args, const std::string& dataDir) {
         LoadMainForm(app);
         if (args.company.empty() && args.refGiven)
             if (ui::Control* ref = app.frmMain.Find("txtRefNo")) ref->text = args.ref;
-        const bool ok = CmdGo(app);
+        bool previewed = false;
+        if (args.dryRun)
+            app.previewHook = [&previewed](const std::vector<sort::PreviewRow>& rows) {
+                std::printf("The new order (dry run, nothing is written):\n%s",
+                            sort::PreviewTable(rows).c_str());
+                previewed = true;
+                return false;
+            };
+        const bool ok =
+            args.command == "batch" ? RunBatchCommand(args, app) : CmdGo(app) || previewed;
         out.roundTrips = app.run.roundTrips;
         out.debugLog = app.common.debug.open ? app.common.debug.path : "";
         if (!args.company.empty() && sim::ShowDisplayedTransactions(simQb, args.company) > 0)
@@ -284,6 +358,20 @@ int Sort(const Args& args) {
     const SortOutcome out =
         RunSort(args, args.dataDir.empty() ? DefaultDataDir() : AddBackslash(args.dataDir));
     if (!out.debugLog.empty()) std::printf("debug log: %s\n", out.debugLog.c_str());
+    return out.exitCode;
+}
+
+int Batch(const Args& args) {
+#ifndef _WIN32
+    if (args.company.empty())
+        return Fail("batch needs --company FILE: QuickBooks runs only on Windows"), 2;
+#endif
+    if (!BatchKind(args.kind))
+        return Fail("--kind takes invoice, estimate, salesorder or salesreceipt"), 2;
+    if (const std::string why = CheckBatchOptions(BatchOptionsOf(args)); !why.empty())
+        return Fail(why), 2;
+    const SortOutcome out =
+        RunSort(args, args.dataDir.empty() ? DefaultDataDir() : AddBackslash(args.dataDir));
     return out.exitCode;
 }
 
@@ -363,6 +451,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (args.command == "sort") return Sort(args);
+    if (args.command == "batch") return Batch(args);
     if (args.command == "demo") return Demo(args);
     if (args.command == "screen") return Screen(args);
     std::fprintf(stderr, "pelmark: unknown command: %s\n%s", args.command.c_str(), kUsage);

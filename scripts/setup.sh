@@ -11,7 +11,7 @@ deps="$root/build/deps"
 
 as_root() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
 
-packages=(cmake ninja-build g++ python3 pkg-config libpugixml-dev googletest libgtest-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ python3 pkg-config libpugixml-dev googletest libgtest-dev libbenchmark-dev libicu-dev)
 [ $native_only -eq 1 ] || packages+=(
     g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix
     wine64 xvfb xauth x11-apps imagemagick

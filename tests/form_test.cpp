@@ -55,28 +55,9 @@ TEST(Form, MainFormInvariants) {
     EXPECT_EQ(setPerGroup,
               (std::map<std::string, int>{
                   {"fraTransType", 1}, {"fraBlankLines", 1}, {"fraStopOnErrorLevel", 1}}));
-    for (int i = 0; i < kSortLevels; ++i) {
-        for (const char* name : {"chkSortDesc", "chkSortCaseSensitive"})
-            EXPECT_NE(f.Find(name, i), nullptr) << name << i;
-        EXPECT_EQ(f.Find("cboSortField", i)->list, SortFieldVocabulary({}));
-    }
     EXPECT_EQ(f.Find("lstOptionsInternal")->list.at(screen::kOptFullScreenMode),
               "chkFullScreenMode");
     EXPECT_EQ(f.Find("lstOptionsInternal")->selected.size(), 11u);
-}
-
-TEST(Form, SetListSelectsTheSettingReadBeforeTheListCame) {
-    Form f = MakeMainFormModel();
-    Control& level = *f.Find("cboSortField", 0);
-    level.text = "net weight";  // read from the settings file before QuickBooks gave its fields
-    Form::SetList(level, SortFieldVocabulary({"Color", "Net Weight"}));
-    EXPECT_EQ(f.ComboText("cboSortField", 0), "Net Weight");
-
-    Form::SetList(level, SortFieldVocabulary({}));  // the field is gone from this company
-    EXPECT_EQ(level.listIndex, -1);
-    EXPECT_EQ(f.ComboText("cboSortField", 0), "Net Weight") << "kept for the next save";
-    Form::SetList(level, SortFieldVocabulary({"NET WEIGHT"}));
-    EXPECT_EQ(f.ComboText("cboSortField", 0), "NET WEIGHT");
 }
 
 }  // namespace

@@ -2,8 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
+#include "app/run.h"
 #include "fakes/fakes.h"
+#include "fakes/sortRig.h"
+#include "sim/simRun.h"
 #include "sort/engine.h"
 #include "ui/frmMain.h"
 
@@ -18,19 +24,14 @@ void Select(ui::Control& combo, const std::string& entry) {
 
 TEST(SortSettings, ReadFromTheMainForm) {
     ui::Form form = ui::MakeMainFormModel();
-    SortSettings s = ReadSortSettings(form);
-    EXPECT_EQ(s.levels.size(), static_cast<std::size_t>(ui::kSortLevels));
-    EXPECT_EQ(s.blankLines, BlankLines::None);
-
     Select(*form.Find("cboSortField", 1), "Desc");
     form.Find("chkSortDesc", 1)->value = 1;
     form.Find("chkSortCaseSensitive", 1)->value = 1;
     form.Find("chkKeepBlankItems")->value = 1;
     form.SetOption(*form.Find("optBlankLinesAfter"), true);
     form.Find("txtBlankLines")->text = " 99999";
-    form.Find("cboCFNetWeight")->text = "NetWt";
-    form.Find("cboCFItemNetWeightTotal")->text = "LineWt";
-    s = ReadSortSettings(form);
+    const SortSettings s = ReadSortSettings(form);
+    EXPECT_EQ(s.levels.size(), static_cast<std::size_t>(ui::kSortLevels));
     ASSERT_EQ(ActiveLevels(s.levels).size(), 1u);
     EXPECT_EQ(s.levels[1].field, "Desc");
     EXPECT_TRUE(s.levels[1].descending);
@@ -38,8 +39,38 @@ TEST(SortSettings, ReadFromTheMainForm) {
     EXPECT_TRUE(s.keepBlankItems);
     EXPECT_EQ(s.blankLines, BlankLines::After);
     EXPECT_EQ(s.blankCount, 32767);  // kept as a 16-bit number
-    EXPECT_EQ(s.netWeightField, "NetWt");
-    EXPECT_EQ(s.netWeightTotalField, "LineWt");
+}
+
+// A level or weight naming a custom field is chosen once the company's fields are known, with
+// no start-up question; only a name the company lacks is reported, once.
+TEST(SortSettings, CustomFieldChoicesWaitForTheCompanysFieldNames) {
+    test::TestApp t;
+    std::ifstream in(test::kSampleSettings);
+    std::string ini = (std::ostringstream() << in.rdbuf()).str();
+    for (auto [from, to] : {std::pair{"(0)=Item Full Name", "(0)=color"},
+                            {"cboCFNetWeight=--None--", "cboCFNetWeight=Net Weight"},
+                            {"cboCFItemNetWeightTotal=--None--", "cboCFItemNetWeightTotal=Gone"}})
+        ini.replace(ini.find(from), std::string(from).size(), to);
+    std::ofstream(t.dir.File("Pelmark.ini")) << ini;
+    std::filesystem::copy_file(test::kSampleCompany, t.dir.File("company.xml"));
+    sim::SimQuickBooks qb = sim::StartSimQuickBooks(t.dir.File("company.xml"), "3001");
+    t.app.sys.qbTransport = qb.transport.get();
+    t.app.sys.desktop = qb.desktop.get();
+    LoadMainForm(t.app);
+
+    const SortSettings s = ReadSortSettings(t.app.frmMain);
+    EXPECT_EQ(s.levels[0].field, "Color");
+    EXPECT_EQ(s.netWeightField, "Net Weight");
+    EXPECT_EQ(s.netWeightTotalField, "Gone");  // kept for the next save
+    const ui::Control& weights = *t.app.frmMain.Find("cboCFItemNetWeightTotal");
+    ASSERT_FALSE(weights.list.empty());
+    EXPECT_EQ(weights.list.front(), "");  // a choice can be cleared
+    EXPECT_NE(std::find(weights.list.begin(), weights.list.end(), "Net Weight"),
+              weights.list.end());
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    const std::string& said = t.prompter.shown[0].text;
+    EXPECT_NE(said.find("cboCFItemNetWeightTotal(Gone)"), std::string::npos) << said;
+    EXPECT_EQ(said.find("cboSortField"), std::string::npos) << said;
 }
 
 TEST(SortSettings, PlansOneQueriedTransaction) {

@@ -14,6 +14,7 @@
 #include "app/settings.h"
 #include "qb/qbCommon.h"
 #include "screen/WindowsStuff.h"
+#include "sort/preview.h"
 #include "ui/auxForms.h"
 #include "ui/form.h"
 
@@ -43,6 +44,9 @@ struct App {
     screen::ScreenState screen;
     RunState run;
     StatusHook statusHook;  // the window or the command line showing the status texts
+    // Set when the user looks at the new order before it is written (a dry run, or the
+    // window's preview); unset, the sort writes without asking.
+    sort::PreviewHook previewHook;
     // Close steps registered by the modules that hold something open (the QuickBooks session);
     // CloseAll runs them in reverse order.
     std::vector<std::function<void()>> closeSteps;

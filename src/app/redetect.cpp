@@ -3,6 +3,7 @@
 #include <string>
 
 #include "app/context.h"
+#include "app/fieldLists.h"
 #include "app/logs.h"
 #include "app/run.h"
 #include "qb/qbCommon.h"
@@ -39,9 +40,7 @@ bool LoadQuickBooks(App& app) {
     app.screen.qbAppTitle.clear();
     app.screen.qbMainWnd = 0;
     const bool opened = qb::QBInit(app);
-    const std::vector<std::string> vocabulary = ui::SortFieldVocabulary(CustomFieldNames(app));
-    for (ui::Control& c : app.frmMain.controls())
-        if (c.name == "cboSortField") ui::Form::SetList(c, vocabulary);
+    FillCustomFieldLists(app, CustomFieldNames(app), opened);
     run.loadedScreen = opened && app.sys.desktop ? ScreenIdentity(app) : "";
     run.loadedFile = opened ? app.qb.companyFileName : "";
     run.listsLoaded = opened;

@@ -9,6 +9,7 @@
 #include <variant>
 
 #include "app/context.h"
+#include "app/fieldLists.h"
 #include "app/logs.h"
 #include "app/text.h"
 #include "app/version.h"
@@ -155,7 +156,7 @@ bool Apply(ui::Form& form, Control& c, const std::string& value) {
             // value waits in the text for a later fill to select it and for a save to keep it.
             c.listIndex = -1;
             c.text = value;
-            return EqualsNoCase(c.name, "cboTotalsItem");
+            return IsCompanyListCombo(c.name);
         }
         case ControlKind::ListBox: {
             c.selected.assign(c.list.size(), false);

@@ -19,9 +19,7 @@ class Form;
 
 namespace pelmark::sort {
 
-// Every key segment shorter than this is filled with spaces on the right to this width.
-inline constexpr std::size_t kSegmentWidth = 200;
-// "Item Full Name" and "Item Name" segments are cut to this many characters.
+// "Item Full Name" and "Item Name" levels compare this many bytes at most.
 inline constexpr std::size_t kItemNameWidth = 132;
 // Levels beyond this many do not take part.
 inline constexpr std::size_t kMaxSortLevels = 20;
@@ -51,39 +49,21 @@ using DebugSink = std::function<void(const std::string&)>;
 
 // ---- Keys (keys.cpp) -------------------------------------------------------------------------
 
-// The key of one top-level line: its level segments (each padded to kSegmentWidth) and its
-// incoming position among the top-level lines.
-struct SortKey {
-    std::vector<std::string> segments;  // one per level that took part, in level order
-    std::vector<bool> descending;       // per segment
-    std::size_t position = 0;
-    // The entry as the sorted list holds it: segments, Tab, "00000" position, Tab.
-    std::string Entry() const;
-};
-
 // The levels that take part: non-empty names in order, at most kMaxSortLevels.
 std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels);
 
 // The part of an item full name after its last ":" (the whole name when there is none).
 std::string ItemNameOf(const std::string& fullName);
 
-// Builds the keys of `lines` (the transaction's top-level lines, in incoming order; position i
-// is lines[i]). The tax code is carried forward from the line above when empty, and an
-// "Amount" level repeats the most recent text segment of the run. Writes "DBG, Line " and
-// "DBG, NExt Line" per line when `debug` is given.
-std::vector<SortKey> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
-                                   const SortSettings& settings, const DebugSink& debug = {});
-
-// The sorted list box's ordering, level by level: a case-insensitive comparison of each
-// segment (reversed on a descending level), then the incoming position. This stands in for the
-// platform's sorted list box, whose ordering is a case-insensitive text comparison; byte values
-// above ASCII compare as they are.
-bool KeyLess(const SortKey& a, const SortKey& b);
-// Case-insensitive three-way comparison of two texts (ASCII letters folded).
-int CompareNoCase(const std::string& a, const std::string& b);
-
-// The positions of `keys` in their new order (a stable sort by KeyLess).
-std::vector<std::size_t> SortOrder(const std::vector<SortKey>& keys);
+// Builds the keys of `lines` (the transaction's top-level lines, in incoming order; key i is
+// lines[i]'s). Comparing two keys as unsigned bytes orders their lines level by level: Qty,
+// Price and Amount as numbers ("1,000.50" is a number; blank after numbers and text that is not
+// a number between them), every other level as text in the user's locale order (see
+// collate.h); a descending level reversed. Equal keys keep their incoming order, as the plan
+// sorts stably. The tax code is carried forward from the line above when empty. Writes
+// "DBG, Line " and "DBG, NExt Line" per line when `debug` is given.
+std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
+                                       const SortSettings& settings, const DebugSink& debug = {});
 
 // ---- Plan (plan.cpp) ---------------------------------------------------------------------------
 
@@ -174,9 +154,9 @@ std::vector<const qb::TxnLineField*> ModifiableLineFields(App& app, qb::TxnKind 
 
 // Sorts queried transaction `txnIndex` of app.qb.txn: plans the new order, writes it back with
 // one modify, writes the lines' custom fields and weights, re-queries the transaction and checks
-// it against what was sent, and asks QuickBooks to show it again. True when the modify went
-// through and the transaction came back whole.
-bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex = 0);
+// it against what was sent, and asks QuickBooks to show it again (unless not `show`: a batch
+// opens no windows). True when the modify went through and the transaction came back whole.
+bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex = 0, bool show = true);
 
 // ---- Application glue (settings.cpp) ---------------------------------------------------------
 

@@ -1,19 +1,17 @@
-// Builds the fixed-width sort key of each line and orders the keys as the sorted list box does.
-#include <algorithm>
-#include <cctype>
-#include <cstdio>
-#include <numeric>
+// Builds each line's sort key: typed levels (numbers as numbers, text in the user's locale
+// order) laid out so that comparing two keys byte by byte orders the lines level by level.
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <unordered_map>
 
+#include "sort/collate.h"
 #include "sort/engine.h"
 
 namespace pelmark::sort {
 
 namespace {
-
-std::string Upper(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
-}
 
 std::string Trim(const std::string& s) {
     const auto first = s.find_first_not_of(' ');
@@ -22,14 +20,11 @@ std::string Trim(const std::string& s) {
     return s.substr(first, last - first + 1);
 }
 
-std::string Digits(std::size_t value, int width) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%0*zu", width, value);
-    return buf;
-}
-
-void PadTo(std::string& s, std::size_t width) {
-    if (s.size() < width) s.append(width - s.size(), ' ');
+// Cuts UTF-8 text to at most `width` bytes without splitting a character.
+std::string Cut(const std::string& s, std::size_t width) {
+    if (s.size() <= width) return s;
+    while (width > 0 && (static_cast<unsigned char>(s[width]) & 0xC0) == 0x80) --width;
+    return s.substr(0, width);
 }
 
 std::string CustomFieldValue(const qb::TxnLine& line, const std::string& name) {
@@ -38,16 +33,45 @@ std::string CustomFieldValue(const qb::TxnLine& line, const std::string& name) {
     return {};
 }
 
-}  // namespace
+// The classes of a number level, in ascending order: a number, then text that is not one,
+// then nothing at all.
+enum : char { kNumber = 1, kNotNumber = 2, kBlank = 3 };
 
-std::string SortKey::Entry() const {
-    std::string entry;
-    for (const std::string& segment : segments) entry += segment;
-    entry += '\t';
-    entry += Digits(position, 5);
-    entry += '\t';
-    return entry;
+// A number as QuickBooks or a user writes it: "1,000.50", "-3", " 2 ". Not "nan" or "inf".
+bool ParseNumber(const std::string& text, double& value) {
+    std::string digits;
+    for (char c : Trim(text))
+        if (c != ',') digits += c;
+    if (digits.empty()) return false;
+    const char* end = digits.data() + digits.size();
+    const auto [ptr, ec] = std::from_chars(digits.data(), end, value);
+    return ec == std::errc() && ptr == end && std::isfinite(value);
 }
+
+// Eight bytes that compare as the numbers do: the IEEE bits with the sign bit flipped for a
+// positive number and every bit flipped for a negative one, most significant byte first.
+void AppendNumber(std::string& key, double value) {
+    value += 0.0;  // -0 and 0 are the same quantity
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    bits = (bits >> 63) ? ~bits : bits | (std::uint64_t{1} << 63);
+    for (int shift = 56; shift >= 0; shift -= 8) key += static_cast<char>((bits >> shift) & 0xFF);
+}
+
+void AppendNumberLevel(std::string& key, const std::string& text, bool caseSensitive) {
+    double value = 0;
+    if (Trim(text).empty()) {
+        key += kBlank;
+    } else if (ParseNumber(text, value)) {
+        key += kNumber;
+        AppendNumber(key, value);
+    } else {
+        key += kNotNumber;
+        AppendCollationKey(key, text, caseSensitive);
+    }
+}
+
+}  // namespace
 
 std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels) {
     std::vector<SortLevel> active;
@@ -64,14 +88,20 @@ std::string ItemNameOf(const std::string& fullName) {
     return colon == std::string::npos ? fullName : fullName.substr(colon + 1);
 }
 
-std::vector<SortKey> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
-                                   const SortSettings& settings, const DebugSink& debug) {
+std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
+                                       const SortSettings& settings, const DebugSink& debug) {
     const std::vector<SortLevel> levels = ActiveLevels(settings.levels);
-    std::vector<SortKey> keys;
+    std::vector<std::string> keys;
     keys.reserve(lines.size());
     std::string previousTaxCode;
-    // The most recent text segment of the run: what an "Amount" level repeats.
-    std::string lastText;
+    // Item names and descriptions repeat down a transaction; a locale key costs far more than
+    // a lookup, so each level keeps the keys of the texts it has seen.
+    std::vector<std::unordered_map<std::string, std::string>> seen(levels.size());
+    auto appendText = [&](std::string& key, std::size_t level, const std::string& text) {
+        auto [it, added] = seen[level].try_emplace(text);
+        if (added) AppendCollationKey(it->second, text, levels[level].caseSensitive);
+        key += it->second;
+    };
 
     for (std::size_t position = 0; position < lines.size(); ++position) {
         const qb::TxnLine& line = *lines[position];
@@ -80,92 +110,48 @@ std::vector<SortKey> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
         std::string taxCode = line.salesTaxCodeFullName;
         if (taxCode.empty()) taxCode = previousTaxCode;
         previousTaxCode = taxCode;
-        PadTo(taxCode, 5);
 
-        SortKey key;
-        key.position = position;
-        for (const SortLevel& level : levels) {
+        std::string key;
+        for (std::size_t index = 0; index < levels.size(); ++index) {
+            const SortLevel& level = levels[index];
             const std::string& name = level.field;
-            std::string segment;
-            bool textLevel = true;
+            const std::size_t start = key.size();
             bool itemLevel = false;
-            if (name == "Item Full Name") {
-                segment = line.itemFullName.substr(0, kItemNameWidth);
-                PadTo(segment, kItemNameWidth);
+            if (name == "Item Full Name" || name == "Item Name") {
+                const std::string& full = line.itemFullName;
+                appendText(
+                    key, index,
+                    Cut(name == "Item Name" ? Trim(ItemNameOf(full)) : full, kItemNameWidth));
                 itemLevel = true;
-            } else if (name == "Item Name") {
-                segment = Trim(ItemNameOf(line.itemFullName)).substr(0, kItemNameWidth);
-                itemLevel = true;
-            } else if (name == "Desc") {
-                segment = line.desc;
-            } else if (name == "Class") {
-                segment = line.classFullName;
-            } else if (name == "Tax Code") {
-                segment = taxCode;
             } else if (name == "Price") {
-                segment = line.rate;
-                textLevel = false;
+                AppendNumberLevel(key, line.rate.empty() ? line.ratePercent : line.rate,
+                                  level.caseSensitive);
             } else if (name == "Qty") {
-                segment = line.quantity;
-                textLevel = false;
-            } else if (name == "Other1") {
-                segment = line.other1;
-            } else if (name == "Other2") {
-                segment = line.other2;
+                AppendNumberLevel(key, line.quantity, level.caseSensitive);
             } else if (name == "Amount") {
-                segment = lastText;
-                textLevel = false;
+                AppendNumberLevel(key, line.amount, level.caseSensitive);
             } else {
-                segment = CustomFieldValue(line, name);
+                const std::string text = name == "Desc"       ? line.desc
+                                         : name == "Class"    ? line.classFullName
+                                         : name == "Tax Code" ? taxCode
+                                         : name == "Other1"   ? line.other1
+                                         : name == "Other2"   ? line.other2
+                                                              : CustomFieldValue(line, name);
+                appendText(key, index, text);
             }
-            if ((textLevel || itemLevel) && !level.caseSensitive) segment = Upper(segment);
-            if (itemLevel) {
-                if (settings.keepBlankItems) segment += Digits(position, 4);
-            } else if (textLevel) {
-                lastText = segment;
-            }
-            PadTo(segment, kSegmentWidth);
-            key.segments.push_back(std::move(segment));
-            key.descending.push_back(level.descending);
+            // Inverting every byte of a level, its end mark included, reverses that level's
+            // order and nothing else.
+            if (level.descending)
+                for (std::size_t i = start; i < key.size(); ++i)
+                    key[i] = static_cast<char>(~static_cast<unsigned char>(key[i]));
+            // Blank and description lines kept under their line are told apart from it by
+            // position alone, so levels after the item level have nothing left to decide.
+            if (itemLevel && settings.keepBlankItems) break;
         }
         keys.push_back(std::move(key));
         if (debug) debug("DBG, NExt Line");
     }
     return keys;
-}
-
-int CompareNoCase(const std::string& a, const std::string& b) {
-    const std::size_t n = std::min(a.size(), b.size());
-    for (std::size_t i = 0; i < n; ++i) {
-        const int ca = std::tolower(static_cast<unsigned char>(a[i]));
-        const int cb = std::tolower(static_cast<unsigned char>(b[i]));
-        if (ca != cb) return ca < cb ? -1 : 1;
-    }
-    if (a.size() == b.size()) return 0;
-    return a.size() < b.size() ? -1 : 1;
-}
-
-bool KeyLess(const SortKey& a, const SortKey& b) {
-    const std::size_t n = std::min(a.segments.size(), b.segments.size());
-    for (std::size_t i = 0; i < n; ++i) {
-        int c = CompareNoCase(a.segments[i], b.segments[i]);
-        if (c == 0) continue;
-        const bool descending = i < a.descending.size() && a.descending[i];
-        if (descending) c = -c;
-        return c < 0;
-    }
-    return a.position < b.position;
-}
-
-std::vector<std::size_t> SortOrder(const std::vector<SortKey>& keys) {
-    std::vector<std::size_t> order(keys.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return KeyLess(keys[a], keys[b]); });
-    std::vector<std::size_t> positions;
-    positions.reserve(order.size());
-    for (std::size_t i : order) positions.push_back(keys[i].position);
-    return positions;
 }
 
 }  // namespace pelmark::sort

@@ -1,57 +1,19 @@
 // Groups the top-level lines into units that move together, sorts them within the sections
 // between subtotals, and lays out the plan with its blank lines.
 #include <algorithm>
-#include <cctype>
-#include <numeric>
 
+#include "app/text.h"
 #include "sort/engine.h"
 
 namespace pelmark::sort {
 
 namespace {
 
-bool EqualsNoCase(const std::string& a, const std::string& b) {
-    return CompareNoCase(a, b) == 0;
-}
-
 // Lines that travel together; positions index the top-level lines.
 struct Unit {
     std::vector<std::size_t> positions;
     bool fixed = false;  // a subtotal and what is attached to it: never moves
 };
-
-// One text per key that orders as KeyLess does when compared byte by byte: each segment folded
-// to lower case and filled with NULs to the longest segment of its level (a shorter text that is
-// a prefix sorts first, as in the comparison), and inverted on a descending level. Sorting these
-// with std::string's unsigned comparison costs no more than sorting the keys' entries.
-std::vector<std::string> CollationTexts(const std::vector<SortKey>& keys) {
-    std::vector<std::size_t> widths;
-    for (const SortKey& k : keys) {
-        if (widths.size() < k.segments.size()) widths.resize(k.segments.size(), 0);
-        for (std::size_t i = 0; i < k.segments.size(); ++i)
-            widths[i] = std::max(widths[i], k.segments[i].size());
-    }
-    std::size_t total = 0;
-    for (std::size_t w : widths) total += w;
-    std::vector<std::string> texts;
-    texts.reserve(keys.size());
-    for (const SortKey& k : keys) {
-        std::string t;
-        t.reserve(total);
-        for (std::size_t i = 0; i < widths.size(); ++i) {
-            const std::string& seg = i < k.segments.size() ? k.segments[i] : std::string();
-            const bool descending = i < k.descending.size() && k.descending[i];
-            for (std::size_t j = 0; j < widths[i]; ++j) {
-                const unsigned char c = j < seg.size() ? static_cast<unsigned char>(std::tolower(
-                                                             static_cast<unsigned char>(seg[j])))
-                                                       : 0;
-                t += static_cast<char>(descending ? 255 - c : c);
-            }
-        }
-        texts.push_back(std::move(t));
-    }
-    return texts;
-}
 
 }  // namespace
 
@@ -92,7 +54,7 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
     std::vector<const qb::TxnLine*> lines;
     lines.reserve(top.size());
     for (std::size_t row : top) lines.push_back(&table[row]);
-    const std::vector<SortKey> keys = BuildSortKeys(lines, settings, log);
+    const std::vector<std::string> keys = BuildSortKeys(lines, settings, log);
 
     // Units in incoming order. A discount (and, with keepBlankItems, a blank or description
     // line) joins the unit above it; a subtotal starts a fixed unit that bounds the sections.
@@ -111,7 +73,6 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
     }
 
     log("Do Back Ground Sort count=" + std::to_string(keys.size()));
-    const std::vector<std::string> collated = CollationTexts(keys);
     // Each run of movable units between fixed ones is sorted by the key of its first line.
     std::vector<std::size_t> order;
     order.reserve(units.size());
@@ -124,8 +85,8 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
         while (u < units.size() && !units[u].fixed) order.push_back(u++);
         std::stable_sort(order.begin() + static_cast<std::ptrdiff_t>(sectionStart), order.end(),
                          [&](std::size_t a, std::size_t b) {
-                             return collated[units[a].positions.front()] <
-                                    collated[units[b].positions.front()];
+                             return keys[units[a].positions.front()] <
+                                    keys[units[b].positions.front()];
                          });
     }
 

@@ -7,6 +7,7 @@
 #include "app/run.h"
 #include "qb/qbCommon.h"
 #include "sort/engine.h"
+#include "sort/preview.h"
 
 namespace pelmark::sort {
 
@@ -146,7 +147,7 @@ void ReportCheck(App& app, const std::vector<std::string>& problems) {
 
 }  // namespace
 
-bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
+bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
     const qb::TxnKindInfo& k = qb::KindInfo(kind);
     qb::TxnState& txn = app.qb.txn;
     if (txnIndex >= txn.txns.size()) return false;
@@ -155,6 +156,13 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
     const std::vector<qb::TxnLine> table = txn.lines;
 
     const SortPlan plan = PlanTransactionSort(app, app.frmMain, kind, txnIndex);
+    if (app.previewHook &&
+        !app.previewHook(PreviewRows(table, before.firstLine, before.lineCount, plan))) {
+        ShowStatus(app, "The new order was not written");
+        // QuickBooks had the window closed for the sort; it shows the transaction as it was.
+        qb::TxnDisplayModSub(app, kind, before.txnID);
+        return false;
+    }
 
     DebugLog(app, "Do Back Ground Doing Order Mod Sub ", 5);
     qb::TxnModHead head;
@@ -217,8 +225,10 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex) {
     }
     ReportCheck(app, problems);
 
-    ShowStatus(app, "Sending Display Trans to QB");
-    qb::TxnDisplayModSub(app, kind, before.txnID);
+    if (show) {
+        ShowStatus(app, "Sending Display Trans to QB");
+        qb::TxnDisplayModSub(app, kind, before.txnID);
+    }
     DebugLog(app, "Do Back Ground, Exit After Display Txn Mod", 5);
     DebugLog(app, "Do Sort Trans exit ", 5);
     return problems.empty();

@@ -1,0 +1,15 @@
+// The user's locale order for text sort levels: a sort key per text, compared byte by byte.
+#pragma once
+
+#include <string>
+
+namespace pelmark::sort {
+
+// Appends the locale sort key of `text` (UTF-8) to `key`: the order of the user's language,
+// digit runs compared as numbers ("M6" before "M10"), letter case ignored unless
+// `caseSensitive`, where it only breaks ties. The key ends with one zero byte and holds no
+// other, so keys of several levels appended one after another still compare level by level.
+// Windows: LCMapStringEx sort keys (the order of CompareStringEx); elsewhere: ICU's collator.
+void AppendCollationKey(std::string& key, const std::string& text, bool caseSensitive);
+
+}  // namespace pelmark::sort
