@@ -149,8 +149,9 @@ class Checker {
                 const std::string_view kind = e.attribute("kind").value();
                 if (e.attribute("request").as_int() < 1 ||
                     (kind != "error" && kind != "lost" && kind != "status"))
-                    return Fail(e, "<QBSimFault> needs request=\"K\" (1 or more) and "
-                                   "kind=\"error\", \"lost\" or \"status\"");
+                    return Fail(e,
+                                "<QBSimFault> needs request=\"K\" (1 or more) and "
+                                "kind=\"error\", \"lost\" or \"status\"");
                 continue;
             }
             if (!EndsWith(name, "Ret")) {

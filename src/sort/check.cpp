@@ -193,9 +193,8 @@ std::vector<std::string> UnwritableFields(App& app, qb::TxnKind kind,
             // A group's description, print flag and total come from its group item and its
             // lines when QuickBooks makes it again; nothing invoiced yet links nothing.
             const std::string value = child.GetValue();
-            const bool fromItem =
-                row.IsGroup() &&
-                (name == "TotalAmount" || name == "Desc" || name == "IsPrintItemsInGroup");
+            const bool fromItem = row.IsGroup() && (name == "TotalAmount" || name == "Desc" ||
+                                                    name == "IsPrintItemsInGroup");
             if (takes || fromItem || (name == "Invoiced" && LeadingNumber(value) == 0)) continue;
             problems.push_back(
                 "line " + std::to_string(shown) + " (" +
