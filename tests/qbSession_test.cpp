@@ -15,14 +15,14 @@ using test::QbTestApp;
 const char* const kNoInvoiceMods =
     "This version of QuickBooks does not support Invoice modifications.";
 
-TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt70) {
+TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
     struct Case {
         std::vector<std::string> versions;
         const char* version;  // of the request sets
         bool message;         // "does not support Invoice modifications"
     } cases[] = {
-        {{"1.0", "2.0", "2.1", "3.0", "13.0"}, "7.0", false},
-        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.0", false},
+        {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false},
+        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.1", false},
         {{"1.0", "2.0", "3.0", "6.0"}, "6.0", false},
         {{"1.0", "2.0"}, "2.0", true},
         {{"CA3.0", "2.0", "1.1"}, "2.0", true},  // a country-marked entry counts as 0
@@ -46,8 +46,8 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt70) {
 
 TEST(QbSession, VersionTextsAreSplitAtTheFirstPointAndCapped) {
     const std::pair<const char*, std::pair<std::string, std::string>> cases[] = {
-        {"13.0", {"7", "0"}}, {"7.1", {"7", "0"}}, {"7.0", {"7", "0"}}, {"8", {"7", "0"}},
-        {"6.0", {"6", "0"}},  {"2", {"2", "0"}},   {"2.1", {"2", "1"}},
+        {"16.0", {"13", "0"}}, {"13.1", {"13", "0"}}, {"13.0", {"13", "0"}}, {"8", {"8", "0"}},
+        {"7.1", {"7", "1"}},   {"2", {"2", "0"}},     {"2.1", {"2", "1"}},
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(ChooseRequestVersion(text), expected) << text;

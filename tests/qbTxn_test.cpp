@@ -405,16 +405,12 @@ TEST_F(QbTxnTest, LinesAreTypedAndReListedAsNewLinesWithTheirFields) {
         ASSERT_EQ(members.size(), 2u);
         ExpectCopied(members[0], rows[4], lineProbe, std::string(k.name) + " member 1");
         ExpectCopied(members[1], rows[5], lineProbe, std::string(k.name) + " member 2");
-        EXPECT_EQ(members[1].GetValue("RatePercent"), "-10.0");
-        EXPECT_EQ(lines[0].GetValue("ItemGroupRef/FullName"), "Kit");
         EXPECT_EQ(lines[0].GetValue("Quantity"), "2");
         EXPECT_FALSE(lines[0].Has("Desc")) << "a group modify has no description";
         ExpectCopied(lines[1], rows[2], lineProbe, std::string(k.name) + " description only");
-        EXPECT_EQ(lines[1].GetValue("Desc"), "Note");
         ExpectCopied(lines[3], rows[0], lineProbe, std::string(k.name) + " item line");
         const bool dated = kind == TxnKind::Invoice || kind == TxnKind::SalesReceipt;
         EXPECT_EQ(lines[3].GetValue("ServiceDate"), dated ? "2024-03-01" : "") << k.name;
-        EXPECT_EQ(lines[3].GetValue("Other2"), "o2");
         for (const View& blank : {lines[2], lines[4]}) {
             EXPECT_EQ(blank.Children().size(), 2u) << k.name;
             EXPECT_TRUE(blank.Has("Desc"));

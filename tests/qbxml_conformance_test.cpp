@@ -117,9 +117,9 @@ std::map<std::string, std::string> BuildRequests() {
         "ItemQueryRq", 7,
         [](Node& q) {
             for (const char* e :
-                 {"Name", "FullName", "ListID", "Price", "Cost", "EditSequence", "PreferedVendor",
-                  "Desc", "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRetList",
-                  "SalesTaxCodeRef", "SalesOrPurchase", "SalesAndPurchase", "AccountRef"}) {
+                 {"Name", "FullName", "ListID", "EditSequence", "SalesPrice", "PurchaseCost", "PrefVendorRef",
+          "ItemDesc", "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRet", "SalesTaxCodeRef",
+          "SalesOrPurchase", "SalesAndPurchase", "TaxRate", "DiscountRate", "DiscountRatePercent"}) {
                 q.Append("IncludeRetElement").SetValue(e);
             }
             q.Append("OwnerID").SetValue("0");

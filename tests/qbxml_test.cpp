@@ -336,6 +336,8 @@ TEST(QbxmlRequest, ElementsNewerThanTheMessageSetAreReported) {
         {6, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "Other1", true},
         {5, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "Other1", false},  // 6.0
         {13, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "UnitOfMeasure", true},
+        {10, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "SerialNumber", false},
+        {11, 0, "InvoiceModRq", "InvoiceMod/InvoiceLineMod", "SerialNumber", true},
     };
     for (const Case& c : cases) {
         std::string what = std::string(c.request) + " " + c.field + " in " +

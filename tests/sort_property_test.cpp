@@ -83,11 +83,25 @@ struct Generator {
 
     std::string CustomFields() {
         std::string out;
-        for (const char* name : {"Color", "Lot"})
+        for (const char* name : {"Color", "Lot", "Net Weight"})  // Net Weight: over the item's
             if (Chance(30))
                 out += "<DataExt><OwnerID>0</OwnerID><DataExtName>" + std::string(name) +
                        "</DataExtName><DataExtValue>" + XmlEscape(Of(kWords)) +
                        "</DataExtValue></DataExt>";
+        return out;
+    }
+
+    // The line fields of qbXML 10.0 to 12.0; estimates have no serial or lot numbers.
+    std::string Site(const std::string& kind) {
+        std::string out;
+        if (Chance(25))
+            out += "<InventorySiteRef><FullName>Site " + std::to_string(Pick(3)) +
+                   "</FullName></InventorySiteRef>";
+        if (Chance(15))
+            out += "<InventorySiteLocationRef><FullName>Bin A" + std::to_string(Pick(9)) +
+                   "</FullName></InventorySiteLocationRef>";
+        if (kind != "Estimate" && Chance(25))
+            out += Field(Chance(50) ? "SerialNumber" : "LotNumber", Of(kWords));
         return out;
     }
 
@@ -113,7 +127,7 @@ struct Generator {
                 std::to_string(1 + Pick(90)) + "." + std::to_string(10 + Pick(90));
             body = "<ItemRef><FullName>" + XmlEscape(Of(kItems)) + "</FullName></ItemRef>" +
                    Field("Desc", Chance(90) ? Desc() : "") + Field("Quantity", qty) +
-                   Field("Rate", rate) + Field("SalesTaxCodeRef", "") +
+                   Field("Rate", rate) + Site(kind) + Field("SalesTaxCodeRef", "") +
                    (Chance(70) ? "<SalesTaxCodeRef><FullName>" + std::string(Of(kTaxCodes)) +
                                      "</FullName></SalesTaxCodeRef>"
                                : "") +
@@ -129,7 +143,7 @@ struct Generator {
         // At least one line with an item: QuickBooks takes no transaction of blank lines only.
         lines += "<" + kind + "LineAdd><ItemRef><FullName>" + XmlEscape(Of(kItems)) +
                  "</FullName></ItemRef><Quantity>1</Quantity></" + kind + "LineAdd>";
-        return "<?xml version=\"1.0\"?><?qbxml version=\"7.0\"?><QBXML><QBXMLMsgsRq "
+        return "<?xml version=\"1.0\"?><?qbxml version=\"13.0\"?><QBXML><QBXMLMsgsRq "
                "onError=\"stopOnError\"><" +
                kind + "AddRq><" + kind +
                "Add><CustomerRef><FullName>Baker Hardware</FullName></CustomerRef><RefNumber>" +

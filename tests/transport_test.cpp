@@ -14,7 +14,7 @@ TEST(TransportWordsTest, KnownAndUnknownCodes) {
         {0x80040416, "QuickBooks is not running"},
         {0x80040408, "Could not start QuickBooks"},
         {0x80040418, "has not been authorised"},
-        {0x80040420, "denied"},
+        {0x80040414, "A dialog box is open in QuickBooks"},
         {0x80040422, "single-user mode on another computer"},
         {0x80040154, "64-bit"},
         {0x12345678, "the QuickBooks SDK reported an error."},

@@ -138,24 +138,60 @@ bool DataExtAddTxns(App& app, const std::vector<DataExtOptions>& values) {
     if (!QBOpen(app)) return false;
     MsgSetRequest* set = RequestSet(app, kRsDataExt);
     if (!set) return false;
-    set->ClearRequests();
     // Every value is tried, so one refused value does not keep the others off their lines.
     const OnError setMode = set->attributes.onError;
     set->attributes.onError = OnError::continueOnError;
-    try {
-        for (const DataExtOptions& o : values) {
-            if (!LineFieldPossible(app, o, "Data Ext Add")) continue;
-            FillRequest(set->Append("DataExtAddRq").Child("DataExtAdd"), o, true);
+    // Two rounds at most: the adds and deletes, then as modifies the adds QuickBooks refused
+    // because the line holds a value already (one its item gave the new line).
+    std::vector<const DataExtOptions*> round;
+    for (const DataExtOptions& o : values)
+        if (LineFieldPossible(app, o, "Data Ext Add")) round.push_back(&o);
+    bool ok = true;
+    for (const char* verb : {"Add", "Mod"}) {
+        if (round.empty()) break;
+        const std::string label = std::string("Data Ext ") + verb;
+        set->ClearRequests();
+        try {
+            for (const DataExtOptions* o : round) {
+                const bool del = o->deleteWhenEmpty && o->value.empty();
+                const std::string request = del ? "DataExtDel" : "DataExt" + std::string(verb);
+                FillRequest(set->Append(request + "Rq").Child(request), *o, !del);
+            }
+        } catch (const QbxmlError& e) {
+            set->attributes.onError = setMode;
+            ReportError(app, "INFO", label, kErrBadRequest, e.what());
+            return false;
         }
-    } catch (const QbxmlError& e) {
-        set->attributes.onError = setMode;
-        ReportError(app, "INFO", "Data Ext Add", kErrBadRequest, e.what());
-        return false;
+        DoRequestOptions send;
+        send.callerLabel = label;
+        send.request = set;
+        send.showErrors = false;
+        DoRequestResult sent = DoRequest(app, send);
+        if (!sent.responseSet) {  // nothing came back; DoRequest has reported it
+            ok = false;
+            break;
+        }
+        std::vector<const DataExtOptions*> again;
+        std::string refused;
+        const std::size_t answered = sent.responseSet->ResponseList().Count();
+        for (std::size_t i = 0; i < round.size(); ++i) {
+            Response r = i < answered ? sent.responseSet->ResponseList().GetAt(i) : Response();
+            if (!r.IsNull() && r.StatusCode() == kStatusOK) continue;
+            const bool added = std::string(verb) == "Add" && !round[i]->value.empty();
+            if (!r.IsNull() && added && round[i]->fallBackToMod) {
+                again.push_back(round[i]);
+            } else {
+                refused += r.IsNull() ? " QuickBooks did not answer"
+                                      : " Status: Code = " + std::to_string(r.StatusCode()) +
+                                            ", Message = " + r.StatusMessage();
+            }
+        }
+        if (!refused.empty()) {
+            ok = false;
+            ReportRequestFailure(app, label, refused);
+        }
+        round = std::move(again);
     }
-    DoRequestOptions send;
-    send.callerLabel = "Data Ext Add";
-    send.request = set;
-    const bool ok = set->Count() == 0 || DoRequest(app, send).ok;
     set->attributes.onError = setMode;
     return ok;
 }

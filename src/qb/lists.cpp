@@ -210,9 +210,11 @@ bool ItemQuerySub(App& app, bool fullLoad, const std::string& name) {
                    "Item " + name + " could not be retried from QuickBooks",
                    {}};
     list.limitedElements = app.qb.itemFieldNames;
+    // Everything ReadSalesFields and ParseItemRet read, top-level names only; custom fields
+    // come back under 3260 only when DataExtRet is named beside the OwnerID.
     for (const char* more :
-         {"Desc", "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRetList", "SalesTaxCodeRef",
-          "SalesOrPurchase", "SalesAndPurchase", "AccountRef"})
+         {"ItemDesc", "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRet", "SalesTaxCodeRef",
+          "SalesOrPurchase", "SalesAndPurchase", "TaxRate", "DiscountRate", "DiscountRatePercent"})
         list.limitedElements.push_back(more);
     std::optional<Response> response = RunListQuery(app, set, query, list);
     set.ClearRequests();

@@ -151,7 +151,7 @@ bool QBInit(App& app);
 void ParseCompanyQueryRs(App& app, const Response& response, const std::string& country);
 
 // The request major and minor version for a host's highest qbXML version text: never above
-// 7.0. "13.0" -> {"7","0"}, "7.1" -> {"7","0"}, "6.0" -> {"6","0"}, "2" -> {"2","0"}.
+// 13.0. "16.0" -> {"13","0"}, "7.1" -> {"7","1"}, "6.0" -> {"6","0"}, "2" -> {"2","0"}.
 std::pair<std::string, std::string> ChooseRequestVersion(const std::string& highestText);
 // The application name the connection is opened under.
 std::string ApplicationName();
@@ -279,8 +279,9 @@ struct DataExtOptions {
 bool DataExtAddTxn(App& app, const DataExtOptions& options);
 bool DataExtModTxn(App& app, const DataExtOptions& options);
 bool DataExtDelTxn(App& app, const DataExtOptions& options);
-// The combined form: every value as a custom-field add in one request set, one round trip
-// whatever their number. For values going onto new lines, which hold none yet.
+// The combined form: every value as a custom-field add (an empty value with deleteWhenEmpty as a
+// delete) in one request set, and the adds refused with fallBackToMod once more as modifies in a
+// second one: a new line may hold its item's value already.
 bool DataExtAddTxns(App& app, const std::vector<DataExtOptions>& values);
 // Reads the custom-field definitions from the answer to a DataExtDefQueryRq.
 void FillDataExts(App& app, const ResponseSet& responseSet);

@@ -76,7 +76,7 @@ struct SchemaElem {
 
 namespace {
 #define QBXML_SCHEMA_REQUESTS
-#include "qb/qbxmlSchema70.inc"
+#include "qb/qbxmlSchema.inc"
 #undef QBXML_SCHEMA_REQUESTS
 }  // namespace
 
@@ -89,6 +89,15 @@ namespace {
 
 const SchemaElem& ElemAt(int index) {
     return detail::kElems[index];
+}
+
+// The reference a message set is built against. Intuit's 13.0 reference is not a superset of
+// 7.0 (it drops payroll elements and adds UK/CA ones without a version mark), so versions up to
+// 7.x use the 7.0 reference and newer ones the 13.0 reference, gated by each element's version.
+const SchemaElem& MsgsRq(int major, bool subscriptions = false) {
+    if (major <= 7)
+        return ElemAt(subscriptions ? detail::kSubscriptionMsgsRqElem70 : detail::kMsgsRqElem70);
+    return ElemAt(subscriptions ? detail::kSubscriptionMsgsRqElem130 : detail::kMsgsRqElem130);
 }
 const detail::SchemaChild& ChildSlot(const SchemaElem& e, int slot) {
     return detail::kChildren[e.firstChild + slot];
@@ -843,6 +852,33 @@ void Node::Write(std::string& out, int depth, const std::string* requestId) cons
     out += ">\n";
 }
 
+// ---- SchemaNode ---------------------------------------------------------------------------
+
+SchemaNode SchemaNode::Response(std::string_view name, int major, int minor) {
+    SchemaNode set(&ElemAt(major <= 7 ? detail::kMsgsRsElem70 : detail::kMsgsRsElem130), major,
+                   minor);
+    return set.Child(name);
+}
+
+bool SchemaNode::IsLeaf() const {
+    return def_ && def_->type != LeafType::Aggregate;
+}
+
+SchemaNode SchemaNode::Child(std::string_view name, int* order) const {
+    if (!def_) return {};
+    for (int s = 0; s < def_->childCount; ++s) {
+        const SchemaElem& c = SlotElem(*def_, s);
+        if (name != c.name) continue;
+        // QuickBooks Desktop never returns what the reference marks "not in QBD" (TaxAmount).
+        if ((c.flags & detail::kNotQbd) ||
+            std::pair(int(c.vMajor), int(c.vMinor)) > std::pair(major_, minor_))
+            return {};
+        if (order) *order = OrderKey(*def_, s);
+        return SchemaNode(&c, major_, minor_);
+    }
+    return {};
+}
+
 // ---- MsgSetRequest ----------------------------------------------------------------------
 
 MsgSetRequest::MsgSetRequest(std::string country, int major, int minor)
@@ -871,7 +907,7 @@ void MsgSetRequest::ClearRequests() {
 }
 
 bool MsgSetRequest::Supports(std::string_view requestName) const {
-    const SchemaElem& set = ElemAt(detail::kMsgsRqElem);
+    const SchemaElem& set = MsgsRq(major_);
     for (int s = 0; s < set.childCount; ++s) {
         const SchemaElem& r = SlotElem(set, s);
         if (requestName == r.name) {
@@ -883,7 +919,7 @@ bool MsgSetRequest::Supports(std::string_view requestName) const {
 }
 
 Node& MsgSetRequest::Append(std::string_view requestName) {
-    const SchemaElem& set = ElemAt(detail::kMsgsRqElem);
+    const SchemaElem& set = MsgsRq(major_);
     std::string name(requestName);
     for (int s = 0; s < set.childCount; ++s) {
         const SchemaElem& r = SlotElem(set, s);
@@ -900,7 +936,7 @@ Node& MsgSetRequest::Append(std::string_view requestName) {
         requests_.push_back(std::unique_ptr<Node>(new Node(&r, nullptr, -1, major_, minor_)));
         return *requests_.back();
     }
-    const SchemaElem& subscriptions = ElemAt(detail::kSubscriptionMsgsRqElem);
+    const SchemaElem& subscriptions = MsgsRq(major_, true);
     for (int s = 0; s < subscriptions.childCount; ++s) {
         if (requestName == SlotElem(subscriptions, s).name) {
             throw QbxmlError(QbxmlErrorKind::UnknownRequest, name,

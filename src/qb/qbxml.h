@@ -1,5 +1,6 @@
 // The qbXML request model: message sets of requests built field by field against Intuit's qbXML
-// 7.0 schema and written out in the schema's element order, as the SDK's object layer does.
+// 7.0 and 13.0 schemas and written out in the schema's element order, as the SDK's object layer
+// does.
 #pragma once
 
 #include <concepts>
@@ -137,6 +138,26 @@ class Node {
     std::vector<std::pair<std::string, std::string>> attrs_;
 };
 
+// A read-only place in Intuit's reference of a response (QBXMLMsgsRs) at one qbXML version, for
+// shaping and checking answers: which children an element has at that version and in what order.
+class SchemaNode {
+  public:
+    SchemaNode() = default;
+    // A response such as "InvoiceQueryRs"; null when the version has none of that name.
+    static SchemaNode Response(std::string_view name, int major, int minor);
+    explicit operator bool() const { return def_ != nullptr; }
+    bool IsLeaf() const;
+    // The child of that name that the version has; null when none. `order` receives its place
+    // in schema order; all members of a repeating OR group (lines and line groups) share one.
+    SchemaNode Child(std::string_view name, int* order = nullptr) const;
+
+  private:
+    SchemaNode(const detail::SchemaElem* def, int major, int minor)
+        : def_(def), major_(major), minor_(minor) {}
+    const detail::SchemaElem* def_ = nullptr;
+    int major_ = 0, minor_ = 0;
+};
+
 // A leaf element: the SDK's field object.
 using Field = Node;
 
@@ -151,7 +172,7 @@ struct MsgSetAttributes {
 class MsgSetRequest {
   public:
     // Country "US" only: the schema table holds QuickBooks Desktop (US) lengths. The version
-    // decides which elements may be used; a version above 7.0 adds nothing this table knows.
+    // decides which elements may be used; a version above 13.0 adds nothing this table knows.
     MsgSetRequest(std::string country, int major, int minor);
     MsgSetRequest(MsgSetRequest&&) noexcept;
     MsgSetRequest& operator=(MsgSetRequest&&) noexcept;

@@ -16,7 +16,7 @@ struct ResponseTypeEntry {
 };
 
 #define QBXML_SCHEMA_RESPONSES
-#include "qb/qbxmlSchema70.inc"
+#include "qb/qbxmlSchema.inc"
 #undef QBXML_SCHEMA_RESPONSES
 
 const ResponseTypeEntry* FindResponseType(std::string_view name) {

@@ -171,6 +171,9 @@ void OpenSteps(App& app, int openMode) {
 
     MsgSetRequest& main = *qb.requestSets[kRsDefault];
     main.Append("CompanyQueryRq");
+    // The preferences go in the same round trip, as QuickBooks' own samples send them (a real
+    // HostQueryRs, CompanyQueryRs, PreferencesQueryRs answer); PaySalesTax is among them.
+    if (main.Supports("PreferencesQueryRq")) main.Append("PreferencesQueryRq");
     SendResult company = DoRequests(app, main);
     Response companyRs = FirstResponse(company, "company");
     qb.lastResponseSet = company.responseSet;
@@ -216,8 +219,9 @@ std::pair<std::string, std::string> ChooseRequestVersion(const std::string& high
         minor = highestText.substr(dot + 1);
     }
     double majorValue = LeadingNumber(major), minorValue = LeadingNumber(minor);
-    // The requests are built for qbXML 7.0 at most, whatever the host accepts.
-    if (majorValue > 7 || (majorValue == 7 && minorValue > 0)) return {"7", "0"};
+    // The requests are built for qbXML 13.0 at most, the newest reference the message model
+    // holds; a newer host answers 13.0 requests with 13.0 elements only.
+    if (majorValue > 13 || (majorValue == 13 && minorValue > 0)) return {"13", "0"};
     return {major, minor};
 }
 
@@ -231,8 +235,10 @@ bool QBOpen(App& app, int openMode) {
     qb.appName = ApplicationName();
     if (qb.sessionOpen) return true;
     DebugLog(app, "QB Open Entered ", 5);
-    qb.itemFieldNames = {"Name", "FullName",     "ListID",        "Price",
-                         "Cost", "EditSequence", "PreferedVendor"};
+    // IncludeRetElement takes the element names of the item Rets as Intuit's reference spells
+    // them: the price, cost and preferred vendor are SalesPrice, PurchaseCost and PrefVendorRef.
+    qb.itemFieldNames = {"Name",       "FullName",     "ListID",       "EditSequence",
+                         "SalesPrice", "PurchaseCost", "PrefVendorRef"};
     try {
         OpenSteps(app, openMode);
     } catch (const OpenFailure& f) {

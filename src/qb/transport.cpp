@@ -27,6 +27,11 @@ const Known kKnown[] = {
     {0x80040410,
      "The company file is already open in another mode (single-user or "
      "multi-user)."},
+    // While QuickBooks shows a modal dialog (after Save & Close: "Recording Transaction", a
+    // spelling check, a closing-date password) every SDK call fails with this code; Intuit's
+    // SDK error list words it "a modal dialog box is showing in the QuickBooks user interface".
+    {0x80040414,
+     "A dialog box is open in QuickBooks. Close it (answer it) in QuickBooks, then try again."},
     {0x80040416, "QuickBooks is not running, and no company file was named to open."},
     {0x80040417, "A company file is already open in QuickBooks and it is a different one."},
     {0x80040418,

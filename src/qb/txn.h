@@ -77,8 +77,9 @@ struct TxnCustomField {
 };
 
 // One row of the line table: a line, a line group, or the closing row of a group. Every field
-// the qbXML 7.0 line of any kind returns is kept as its text ("" when absent), so that the
-// write-back can copy it as it came. A group row keeps its ItemGroupRef in the item fields; its
+// the line of any kind returns up to qbXML 13.0 is kept as its text ("" when absent, and always
+// absent when the session's version is older than the field), so that the write-back can copy
+// it as it came. A group row keeps its ItemGroupRef in the item fields; its
 // closing row repeats the group's item and description.
 struct TxnLine {
     std::string lineType;
@@ -95,6 +96,9 @@ struct TxnLine {
     std::string priceLevelListID, priceLevelFullName;  // in the modify only, from later versions
     std::string classListID, classFullName;
     std::string amount;
+    std::string inventorySiteListID, inventorySiteFullName;                  // 10.0
+    std::string inventorySiteLocationListID, inventorySiteLocationFullName;  // 12.0
+    std::string serialNumber, lotNumber;  // 11.0; one or none of the two
     std::string serviceDate;
     std::string salesTaxCodeListID, salesTaxCodeFullName;
     std::string isTaxable;
@@ -120,6 +124,21 @@ struct TxnLineField {
     bool copied;
 };
 std::span<const TxnLineField> TxnLineFields();
+
+// A field (or aggregate) that the kind's query returns on a line or line group and that the
+// kind's line modify cannot carry, so that a re-created line comes back without it unless
+// QuickBooks derives it again. `derived` says QuickBooks computes it from what the modify does
+// carry (the item group's description, a line's taxability from its tax code); the others would
+// be lost by a write-back. Read from Intuit's 13.0 reference: the ...LineRet and ...LineGroupRet
+// aggregates against ...LineMod and ...LineGroupMod.
+struct UncarriedField {
+    TxnKind kind;
+    bool group;        // on the line group rather than on a line
+    const char* path;  // below the line or group: "CreditCardTxnInfo"
+    bool derived;
+};
+// The uncarried fields of the kind, lines first; empty for a kind without a modify.
+std::vector<UncarriedField> UncarriedLineFields(TxnKind kind);
 
 // The header of one returned transaction. Totals are absent where the kind has none (invoices
 // have no TotalAmount; only invoices have BalanceRemaining).

@@ -1,5 +1,6 @@
 // The sales transaction kinds, and the one query that reads a transaction of any kind with its
 // lines into the line table.
+#include <algorithm>
 #include <cstdio>
 
 #include "app/context.h"
@@ -36,8 +37,9 @@ const TxnKindInfo kKinds[kTxnKindCount] = {
      nullptr, nullptr, nullptr, "", "", nullptr, nullptr, nullptr, nullptr, "", nullptr, false},
 };
 
-// Every field a qbXML 7.0 line or line group of the four kinds returns, and those the line
-// modify takes that only later versions return (PriceLevelRef, OverrideItemAccountRef).
+// Every field a line or line group of the four kinds returns up to qbXML 13.0 and the line modify
+// carries, and those the line modify takes that the query never returns (PriceLevelRef,
+// OverrideItemAccountRef). TaxAmount is left out: it is "not in QBD" in the reference.
 const TxnLineField kLineFields[] = {
     {"TxnLineID", "TxnLineID", &TxnLine::txnLineID, false},
     {"ItemRef/ListID", "ItemGroupRef/ListID", &TxnLine::itemListID, true},
@@ -55,6 +57,12 @@ const TxnLineField kLineFields[] = {
     {"ClassRef/ListID", nullptr, &TxnLine::classListID, true},
     {"ClassRef/FullName", nullptr, &TxnLine::classFullName, true},
     {"Amount", nullptr, &TxnLine::amount, true},
+    {"InventorySiteRef/ListID", nullptr, &TxnLine::inventorySiteListID, true},
+    {"InventorySiteRef/FullName", nullptr, &TxnLine::inventorySiteFullName, true},
+    {"InventorySiteLocationRef/ListID", nullptr, &TxnLine::inventorySiteLocationListID, true},
+    {"InventorySiteLocationRef/FullName", nullptr, &TxnLine::inventorySiteLocationFullName, true},
+    {"SerialNumber", nullptr, &TxnLine::serialNumber, true},
+    {"LotNumber", nullptr, &TxnLine::lotNumber, true},
     {"ServiceDate", "ServiceDate", &TxnLine::serviceDate, true},
     {"SalesTaxCodeRef/ListID", nullptr, &TxnLine::salesTaxCodeListID, true},
     {"SalesTaxCodeRef/FullName", nullptr, &TxnLine::salesTaxCodeFullName, true},
@@ -69,6 +77,24 @@ const TxnLineField kLineFields[] = {
     {"Other2", nullptr, &TxnLine::other2, true},
     {nullptr, "IsPrintItemsInGroup", &TxnLine::isPrintItemsInGroup, true},
     {nullptr, "TotalAmount", &TxnLine::totalAmount, true},
+};
+
+// What the query returns that the line modify cannot carry (13.0 reference). A group's
+// description, total and print flag come from the item group and its lines; ServiceDate is
+// returned on invoice and sales receipt groups only. IsTaxable follows the SalesTaxCodeRef the
+// modify carries. Invoiced is the sales order line's invoiced quantity, kept by QuickBooks from
+// the invoices made from it (a re-created line starts at none). A sales receipt line's
+// CreditCardTxnInfo (7.0) records a card charge of that line and cannot be written back at all.
+const UncarriedField kUncarried[] = {
+    {TxnKind::Invoice, false, "IsTaxable", true},
+    {TxnKind::SalesReceipt, false, "IsTaxable", true},
+    {TxnKind::SalesOrder, false, "Invoiced", false},
+    {TxnKind::SalesReceipt, false, "CreditCardTxnInfo", false},
+    {TxnKind::None, true, "Desc", true},
+    {TxnKind::None, true, "IsPrintItemsInGroup", true},
+    {TxnKind::None, true, "TotalAmount", true},
+    {TxnKind::Invoice, true, "ServiceDate", false},
+    {TxnKind::SalesReceipt, true, "ServiceDate", false},
 };
 
 struct HeaderField {
@@ -319,6 +345,18 @@ std::string RunLineID(TxnKind kind, const std::string& txnLineID) {
 
 std::span<const TxnLineField> TxnLineFields() {
     return kLineFields;
+}
+
+std::vector<UncarriedField> UncarriedLineFields(TxnKind kind) {
+    std::vector<UncarriedField> out;
+    if (!KindInfo(kind).modRq) return out;
+    // TxnKind::None in the table stands for every kind.
+    for (const UncarriedField& f : kUncarried) {
+        if (f.kind == kind || f.kind == TxnKind::None)
+            out.push_back({kind, f.group, f.path, f.derived});
+    }
+    std::stable_partition(out.begin(), out.end(), [](const UncarriedField& f) { return !f.group; });
+    return out;
 }
 
 std::string QbxmlDate(std::string_view text) {

@@ -59,6 +59,10 @@ void Trim(pugi::xml_node ret, const std::vector<std::string>& owners, bool limit
 // are none and the count the metaData attribute asks for.
 Status AnswerObjects(const std::vector<pugi::xml_node>& objects, std::string_view metaData,
                      const std::function<void(pugi::xml_node)>& shape, pugi::xml_node rs);
+// Puts an object's or line's custom-field values (its last elements) in the order of their
+// definitions. No public answer shows how QuickBooks orders values written at different times;
+// qbsim assumes the definitions' order, and Pelmark compares values by name, not position.
+void OrderDataExts(const Company& company, pugi::xml_node holder);
 // The custom field or private data definition of an owner ("0" for custom fields) by name.
 pugi::xml_node FindDefinition(const Company& company, const std::string& owner,
                               const std::string& name);

@@ -571,6 +571,15 @@ Status CompanyQuery(Context& ctx, pugi::xml_node rq, pugi::xml_node rs) {
     return StatusOk();
 }
 
+// The company's one PreferencesRet; a company file without it has none to give.
+Status PreferencesQuery(Context& ctx, pugi::xml_node rq, pugi::xml_node rs) {
+    ListQuery q = ReadQuery(rq);
+    std::vector<pugi::xml_node> found = ctx.company.Objects("PreferencesRet");
+    if (found.empty()) return NoMatch();
+    Trim(rs.append_copy(found.front()), {}, q.limited, q.include);
+    return StatusOk();
+}
+
 Status DataExtDefQuery(Context& ctx, pugi::xml_node rq, pugi::xml_node rs) {
     ListQuery q = ReadQuery(rq);
     std::vector<std::string> assigned = Texts(rq, "AssignToObject");
@@ -682,6 +691,29 @@ bool Applies(pugi::xml_node def, const Target& t) {
     return false;
 }
 
+}  // namespace
+
+void detail::OrderDataExts(const Company& company, pugi::xml_node holder) {
+    const std::vector<pugi::xml_node> defs = company.Objects("DataExtDefRet");
+    auto rank = [&](pugi::xml_node v) {
+        std::string owner = ChildText(v, "OwnerID");
+        for (std::size_t i = 0; i < defs.size(); ++i) {
+            std::string defOwner = ChildText(defs[i], "OwnerID");
+            if (SameOwner(owner.empty() ? "0" : owner, defOwner.empty() ? "0" : defOwner) &&
+                SameText(ChildText(defs[i], "DataExtName"), ChildText(v, "DataExtName")))
+                return i;
+        }
+        return defs.size();
+    };
+    std::vector<pugi::xml_node> values;
+    for (pugi::xml_node v : holder.children("DataExtRet")) values.push_back(v);
+    std::stable_sort(values.begin(), values.end(),
+                     [&](pugi::xml_node a, pugi::xml_node b) { return rank(a) < rank(b); });
+    for (pugi::xml_node v : values) holder.append_move(v);
+}
+
+namespace {
+
 pugi::xml_node FindValue(pugi::xml_node holder, const std::string& owner, const std::string& name) {
     for (pugi::xml_node v : holder.children("DataExtRet")) {
         std::string o = ChildText(v, "OwnerID");
@@ -724,6 +756,10 @@ Status DataExt(Context& ctx, pugi::xml_node rq, pugi::xml_node rs, ExtOp op) {
 
     switch (op) {
         case ExtOp::Add: {
+            // A value the object already holds (an inherited item value on a new line) is
+            // refused with 3100, the name-in-use status QuickBooks gives an Add of anything that
+            // exists (shared/qbxml/real/SOURCES.md's status table). No public answer shows the
+            // exact status of this case, so the client falls back to DataExtMod on any status.
             if (existing) return NameInUse(name);
             // qbsim assumes QuickBooks treats an empty custom field as no value at all, so an
             // empty value cannot be written; DataExtDel clears a field.
@@ -734,6 +770,7 @@ Status DataExt(Context& ctx, pugi::xml_node rq, pugi::xml_node rs, ExtOp op) {
             existing.append_child("DataExtName").text().set(definedName.c_str());
             existing.append_child("DataExtType").text().set(ChildText(def, "DataExtType").c_str());
             existing.append_child("DataExtValue").text().set(value.c_str());
+            OrderDataExts(ctx.company, t.holder);
             break;
         }
         case ExtOp::Mod:
@@ -781,6 +818,7 @@ const std::map<std::string, Handler>& Handlers() {
             {"HostQueryRq", HostQuery},
             {"CompanyQueryRq", CompanyQuery},
             {"DataExtDefQueryRq", DataExtDefQuery},
+            {"PreferencesQueryRq", PreferencesQuery},
             {"CustomerQueryRq", CustomerQuery},
             {"ItemQueryRq", ItemQuery},
             {"SalesTaxCodeQueryRq", SalesTaxCodeQuery},
@@ -796,6 +834,30 @@ const std::map<std::string, Handler>& Handlers() {
         return all;
     }();
     return handlers;
+}
+
+// An answer as QuickBooks writes it for the message set's version: only the elements the
+// version's reference has for that response, in the reference's order. The company file may hold
+// newer elements (a 13.0 company answered at 7.0) or elements no reference knows; they stay in
+// the file and are never sent. Each QuickBooks release keeps answering the older qbXML versions,
+// and the features of a newer one are reached only by declaring that version (CData's QuickBooks
+// driver notes on QBXMLVersion,
+// cdn.cdata.com/help/RQK/jp/powerbi/RSBQuickBooks_p_QBXMLVersion.htm).
+void Conform(pugi::xml_node node, const qb::SchemaNode& schema) {
+    std::vector<std::pair<int, pugi::xml_node>> kept;
+    for (pugi::xml_node c : Elements(node)) {
+        int order = 0;
+        const qb::SchemaNode child = schema.Child(c.name(), &order);
+        if (!child) {
+            node.remove_child(c);
+            continue;
+        }
+        if (!child.IsLeaf()) Conform(c, child);
+        kept.emplace_back(order, c);
+    }
+    std::stable_sort(kept.begin(), kept.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (auto& [order, c] : kept) node.append_move(c);
 }
 
 }  // namespace
@@ -840,6 +902,8 @@ ProcessResult ProcessRequest(Company& company, std::string_view requestXml, bool
             // Requests QuickBooks knows but qbsim does not answer (yet).
             status = handler == Handlers().end() ? NotImplemented() : handler->second(ctx, rq, rs);
         }
+        if (qb::SchemaNode schema = qb::SchemaNode::Response(rs.name(), set.major, set.minor))
+            Conform(rs, schema);
         if (status.code >= 1000) failed = true;
         if (pugi::xml_attribute id = rq.attribute("requestID")) {
             rs.append_attribute("requestID").set_value(id.value());

@@ -25,8 +25,10 @@ namespace {
 
 // ---- The four kinds ---------------------------------------------------------------------
 
-// Element names and their position, from Intuit's qbXML reference. Elements of the same rank are
-// alternatives or repeat together (lines and line groups).
+// Element names and their position, from Intuit's qbXML references (7.0, and 13.0 for the line
+// fields of later versions: InventorySiteRef 10.0, SerialNumber and LotNumber 11.0,
+// InventorySiteLocationRef 12.0). Elements of the same rank are alternatives or repeat together
+// (lines and line groups). Answers are put in their version's order again when they are sent.
 using Order = std::map<std::string, int, std::less<>>;
 
 struct KindText {
@@ -47,7 +49,8 @@ constexpr KindText kKindTexts[] = {
      "CustomerSalesTaxCodeRef SuggestedDiscountAmount SuggestedDiscountDate Other LinkedTxn * "
      "DiscountLineRet SalesTaxLineRet ShippingLineRet DataExtRet",
      "TxnLineID ItemRef Desc Quantity UnitOfMeasure OverrideUOMSetRef Rate RatePercent ClassRef "
-     "Amount ServiceDate SalesTaxCodeRef IsTaxable Other1 Other2 DataExtRet",
+     "Amount InventorySiteRef InventorySiteLocationRef SerialNumber LotNumber ServiceDate "
+     "SalesTaxCodeRef IsTaxable Other1 Other2 DataExtRet",
      "IsPending=false IsFinanceCharge=false AppliedAmount=0.00 IsPaid=false IsToBePrinted=false "
      "IsToBeEmailed=false",
      ""},
@@ -58,7 +61,8 @@ constexpr KindText kKindTexts[] = {
      "SalesTaxTotal TotalAmount Memo CustomerMsgRef IsToBeEmailed IsTaxIncluded "
      "CustomerSalesTaxCodeRef Other LinkedTxn * DataExtRet",
      "TxnLineID ItemRef Desc Quantity UnitOfMeasure OverrideUOMSetRef Rate RatePercent ClassRef "
-     "Amount SalesTaxCodeRef MarkupRate MarkupRatePercent Other1 Other2 DataExtRet",
+     "Amount InventorySiteRef InventorySiteLocationRef SalesTaxCodeRef MarkupRate "
+     "MarkupRatePercent Other1 Other2 DataExtRet",
      "IsActive=true IsToBeEmailed=false", ""},
     {"SalesOrder",
      "TxnID TimeCreated TimeModified EditSequence TxnNumber CustomerRef ClassRef TemplateRef "
@@ -68,7 +72,8 @@ constexpr KindText kKindTexts[] = {
      "CustomerMsgRef IsToBePrinted IsToBeEmailed IsTaxIncluded CustomerSalesTaxCodeRef Other "
      "LinkedTxn * DataExtRet",
      "TxnLineID ItemRef Desc Quantity UnitOfMeasure OverrideUOMSetRef Rate RatePercent ClassRef "
-     "Amount SalesTaxCodeRef Invoiced IsManuallyClosed Other1 Other2 DataExtRet",
+     "Amount InventorySiteRef InventorySiteLocationRef SerialNumber LotNumber SalesTaxCodeRef "
+     "Invoiced IsManuallyClosed Other1 Other2 DataExtRet",
      "IsManuallyClosed=false IsFullyInvoiced=false IsToBePrinted=false IsToBeEmailed=false",
      "Invoiced=0 IsManuallyClosed=false"},
     {"SalesReceipt",
@@ -79,7 +84,8 @@ constexpr KindText kKindTexts[] = {
      "IsToBePrinted IsToBeEmailed IsTaxIncluded CustomerSalesTaxCodeRef DepositToAccountRef "
      "CreditCardTxnInfo Other * DiscountLineRet SalesTaxLineRet ShippingLineRet DataExtRet",
      "TxnLineID ItemRef Desc Quantity UnitOfMeasure OverrideUOMSetRef Rate RatePercent ClassRef "
-     "Amount ServiceDate SalesTaxCodeRef IsTaxable Other1 Other2 CreditCardTxnInfo DataExtRet",
+     "Amount InventorySiteRef InventorySiteLocationRef SerialNumber LotNumber ServiceDate "
+     "SalesTaxCodeRef IsTaxable Other1 Other2 CreditCardTxnInfo DataExtRet",
      "IsPending=false IsToBePrinted=false IsToBeEmailed=false", ""},
 };
 
@@ -425,7 +431,20 @@ void FillFromItem(Edit& e, pugi::xml_node line, pugi::xml_node item, const Given
     }
     for (const auto& [name, value] : e.kind.newLine) {
         if (!line.child(name.c_str())) SetText(line, name, value, order);
+    }  // The item's custom-field values (OwnerID 0) come with it: "custom fields can be inherited
+    // by transactions from the customer and the item" (Intuit's data-extension overview, QuickBooks
+    // SDK Programmer's Guide). A value the request itself gave the line stays. DataExtRet is the
+    // last element of a line.
+    for (pugi::xml_node ext : item.children("DataExtRet")) {
+        const std::string owner = ChildText(ext, "OwnerID");
+        if (!owner.empty() && owner != "0") continue;
+        const std::string name = ChildText(ext, "DataExtName");
+        bool has = false;
+        for (pugi::xml_node own : line.children("DataExtRet"))
+            has |= Upper(ChildText(own, "DataExtName")) == Upper(name);
+        if (!has) line.append_copy(ext);
     }
+    OrderDataExts(e.ctx.company, line);
 }
 
 // Applies the fields a line (or group) request gives. An empty text field clears the field.
@@ -486,6 +505,7 @@ std::optional<Status> AddDataExts(Edit& e, pugi::xml_node req, pugi::xml_node li
         ret.append_child("DataExtType").text().set(ChildText(def, "DataExtType").c_str());
         ret.append_child("DataExtValue").text().set(ChildText(ext, "DataExtValue").c_str());
     }
+    OrderDataExts(e.ctx.company, line);
     return std::nullopt;
 }
 
@@ -579,12 +599,13 @@ std::optional<Status> BuildGroup(Edit& e, std::string_view verb, pugi::xml_node 
     if (!group.child("Desc") && itemGroup.child("ItemDesc")) {
         SetText(group, "Desc", ChildText(itemGroup, "ItemDesc"), order);
     }
-    if (!group.child("Quantity")) SetText(group, "Quantity", "1", order);
+    // A group sent without Quantity is stored without it (Quantity is "opt" in every
+    // ...LineGroupRet of Intuit's references); its item group is expanded once.
     std::string print = ChildText(itemGroup, "IsPrintItemsInGroup");
     SetText(group, "IsPrintItemsInGroup", print.empty() ? "false" : print, order);
     if (listsLines) return BuildList(e, verb, req, {}, group, false);
 
-    const double times = Number(ChildText(group, "Quantity"));
+    const double times = group.child("Quantity") ? Number(ChildText(group, "Quantity")) : 1.0;
     const pugi::xml_node anchor = LineAnchor(group, order, e.kind.line);
     static const std::vector<std::string_view> items(std::begin(kItemRets), std::end(kItemRets));
     for (pugi::xml_node part : itemGroup.children("ItemGroupLine")) {
@@ -657,7 +678,10 @@ Cents PlainAmount(Edit& e, pugi::xml_node line, pugi::xml_node item) {
     const double q = quantity ? Number(quantity.text().get()) : 1.0;
     if (g.amount) {
         const Cents given = ParseCents(amount.text().get());
-        if (!g.rate && q != 0) SetText(line, "Rate", Decimal(given / 100.0 / q), order);
+        // A rate is worked out only from a quantity the request gives: an Amount-only line stays
+        // Amount-only, the shape real answers hold (a line with Amount and no Rate or Quantity).
+        if (!g.rate && g.quantity && q != 0)
+            SetText(line, "Rate", Decimal(given / 100.0 / q), order);
         return given;
     }
     if (rate) {

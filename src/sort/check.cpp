@@ -125,6 +125,13 @@ std::vector<std::string> CompareLines(const std::vector<qb::TxnLine>& expected,
                 problems.push_back(where + "custom field " + f.name + " " + Shown(f.value) +
                                    " came back as " + Shown(*value));
         }
+        // A value the line did not have: one its item gave the re-created line.
+        for (const qb::TxnCustomField& g : got.customFields) {
+            const std::string* value = CustomValue(fields, g.name);
+            if (!g.value.empty() && (!value || value->empty()))
+                problems.push_back(where + "custom field " + g.name + " " + Shown(g.value) +
+                                   " was not on the line");
+        }
     }
     return problems;
 }

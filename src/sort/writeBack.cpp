@@ -50,19 +50,62 @@ LineValues NewLineValues(const std::vector<qb::TxnLine>& expected,
                     if (f.name == e->field) f.value = e->value, replaced = true;
                 if (!replaced) values.push_back({e->field, e->value});
             }
-        for (const qb::TxnCustomField& f : values) {
-            if (f.value.empty()) continue;
+        // The new line may hold its item's values already (QuickBooks gives a new line the
+        // item's custom fields): one that is right stays, another is written over (the add
+        // falls back to a modify), and one the line did not have is deleted.
+        const std::vector<qb::TxnCustomField>& held = rows[i]->customFields;
+        auto valueIn = [](const std::vector<qb::TxnCustomField>& in, const std::string& name) {
+            for (const qb::TxnCustomField& f : in)
+                if (f.name == name && !f.value.empty()) return &f.value;
+            return static_cast<const std::string*>(nullptr);
+        };
+        auto write = [&](const std::string& name, const std::string& value) {
             qb::DataExtOptions o;
-            o.fieldName = f.name;
-            o.value = f.value;
+            o.fieldName = name;
+            o.value = value;
             o.txnID = txnID;
             o.kind = k.name;
             o.lineID = newID;
             o.fallBackToMod = true;
+            o.deleteWhenEmpty = value.empty();
             v.writes.push_back(std::move(o));
+        };
+        for (const qb::TxnCustomField& f : values) {
+            const std::string* has = valueIn(held, f.name);
+            if (!f.value.empty() && (!has || *has != f.value)) write(f.name, f.value);
         }
+        for (const qb::TxnCustomField& f : held)
+            if (!f.value.empty() && !valueIn(values, f.name)) write(f.name, "");
     }
     return v;
+}
+
+// Whether a custom field is assigned to items: QuickBooks then gives each new line its item's
+// value, which the modify's answer does not show (a modify names no OwnerID).
+bool ItemFieldsDefined(const App& app) {
+    for (const qb::DataExtDef& d : app.qb.dataExtDefs)
+        for (const std::string& to : d.assignToObject)
+            if (to == "Item") return true;
+    return false;
+}
+
+// The lines the modify made: from a query with their custom fields when items carry custom
+// fields, otherwise (or when that query fails) from the modify's answer.
+std::vector<qb::TxnLine> AnsweredLines(App& app, qb::TxnKind kind,
+                                       const qb::DoRequestResult& modified,
+                                       const std::string& txnID) {
+    std::vector<qb::TxnLine> answered;
+    if (ItemFieldsDefined(app) && !app.frmMain.Checked("chkSKIPCFs")) {
+        qb::TxnQueryOptions query;
+        query.txnID = txnID;
+        if (qb::TxnQuerySub(app, kind, query) && app.qb.txn.txns.size() == 1)
+            return app.qb.txn.lines;
+    }
+    if (modified.responseSet && modified.responseSet->ResponseList().Count() > 0) {
+        const qb::View ret = qb::ReturnedTxn(modified.responseSet->ResponseList().GetAt(0), kind);
+        if (ret) qb::ReadTxn(app, kind, ret, answered);
+    }
+    return answered;
 }
 
 // Writes the values, all in one request set or one request each. False when one failed.
@@ -253,12 +296,11 @@ bool WriteBack(App& app, WriteBackJob& job) {
     }
 
     const std::vector<qb::TxnLine> expected = ExpectedLines(table, plan);
-    std::vector<qb::TxnLine> answered;
+    std::vector<qb::TxnLine> answered = AnsweredLines(app, kind, modified, before.txnID);
     std::string editSequence;
-    if (modified.responseSet && modified.responseSet->ResponseList().Count() > 0) {
-        const qb::View ret = qb::ReturnedTxn(modified.responseSet->ResponseList().GetAt(0), kind);
-        if (ret) editSequence = qb::ReadTxn(app, kind, ret, answered).editSequence;
-    }
+    if (modified.responseSet && modified.responseSet->ResponseList().Count() > 0)
+        editSequence = qb::ReturnedTxn(modified.responseSet->ResponseList().GetAt(0), kind)
+                           .GetValue("EditSequence");
     Record(app, job.journal, kJournalModified, editSequence);
 
     // The lines that came back are checked before any custom-field value goes to them: a value
