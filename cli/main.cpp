@@ -15,6 +15,7 @@
 
 #include "app/batch.h"
 #include "app/context.h"
+#include "app/journal.h"
 #include "app/prompts.h"
 #include "app/registry.h"
 #include "app/run.h"
@@ -41,6 +42,8 @@ const char* const kUsage =
     "                     line (exit 0 when QuickBooks and one transaction window were found)\n"
     "  batch              sort every transaction of --kind dated --from .. --to (through the\n"
     "                     SDK alone), optionally of one --customer; a table of results at the end\n"
+    "  undo               put the last sorted transaction back as its journal holds it\n"
+    "  journal            list the sort journals of the data folder (time, kind, number, state)\n"
     "  version            print the program version\n"
     "options:\n"
     "  --company FILE     sort against qbsim over this company file, on a simulated desktop\n"
@@ -51,6 +54,7 @@ const char* const kUsage =
     "  --settings FILE    the settings file to sort with (copied into the data folder)\n"
     "  --data-dir DIR     keep settings and logs in DIR\n"
     "  --answer yes|no    how questions are answered (default no)\n"
+    "  --journal FILE     undo: the journal to undo (default: the newest sort's)\n"
     "  --trace-qbxml DIR  write every qbXML request and response of the run to DIR\n"
     "  --dry-run          print the new order (batch: what would be sorted) and write nothing\n"
     "  --kind K --from YYYY-MM-DD --to YYYY-MM-DD [--customer NAME]   what batch sorts\n"
@@ -59,7 +63,7 @@ const char* const kUsage =
 
 struct Args {
     std::string command;
-    std::string dataDir, company, ref, settings, traceDir;
+    std::string dataDir, company, ref, settings, traceDir, journal;
     std::string kind, from, to, customer;  // batch
     bool refGiven = false;
     bool dryRun = false;
@@ -100,6 +104,8 @@ Args Parse(int argc, char** argv) {
             a.customer = value("--customer");
         } else if (s == "--dry-run") {
             a.dryRun = true;
+        } else if (s == "--journal") {
+            a.journal = value("--journal");
         } else if (s == "--trace-qbxml") {
             a.traceDir = value("--trace-qbxml");
         } else if (s == "--answer") {
@@ -263,9 +269,9 @@ struct SortOutcome {
     int roundTrips = 0;
 };
 
-// One press of Sort: start-up, the main form's load, the Go command, and QuickBooks showing the
-// transaction again.
-SortOutcome RunSort(const Args& args, const std::string& dataDir) {
+// One press of Sort (or of Undo last sort): start-up, the main form's load, the command, and
+// QuickBooks showing the transaction again.
+SortOutcome RunSort(const Args& args, const std::string& dataDir, bool undo = false) {
     SortOutcome out;
     FileSystem& fs = RealFileSystem();
     if (!PrepareDataFolder(fs, args, dataDir)) return out;
@@ -327,8 +333,11 @@ SortOutcome RunSort(const Args& args, const std::string& dataDir) {
                 previewed = true;
                 return false;
             };
-        const bool ok =
-            args.command == "batch" ? RunBatchCommand(args, app) : CmdGo(app) || previewed;
+        UndoOptions undoOptions;
+        undoOptions.journal = args.journal;
+        const bool ok = undo                      ? CmdUndo(app, undoOptions)
+                        : args.command == "batch" ? RunBatchCommand(args, app)
+                                                  : CmdGo(app) || previewed;
         out.roundTrips = app.run.roundTrips;
         out.debugLog = app.common.debug.open ? app.common.debug.path : "";
         if (!args.company.empty() && sim::ShowDisplayedTransactions(simQb, args.company) > 0)
@@ -336,7 +345,7 @@ SortOutcome RunSort(const Args& args, const std::string& dataDir) {
                         simQb.txn.refNumber.c_str());
         if (!ok) {
             std::string why = !app.run.lastError.empty() ? app.run.lastError : app.run.status;
-            Fail("the sort did not complete: " + OneLine(why));
+            Fail(std::string(undo ? "undo" : "the sort") + " did not complete: " + OneLine(why));
         }
         out.exitCode = ok ? 0 : 1;
         CloseAll(app);
@@ -348,15 +357,15 @@ SortOutcome RunSort(const Args& args, const std::string& dataDir) {
     return out;
 }
 
-int Sort(const Args& args) {
+int Sort(const Args& args, bool undo) {
 #ifndef _WIN32
     if (args.company.empty()) {
-        Fail("sort needs --company FILE: QuickBooks runs only on Windows");
+        Fail(args.command + " needs --company FILE: QuickBooks runs only on Windows");
         return 2;
     }
 #endif
     const SortOutcome out =
-        RunSort(args, args.dataDir.empty() ? DefaultDataDir() : AddBackslash(args.dataDir));
+        RunSort(args, args.dataDir.empty() ? DefaultDataDir() : AddBackslash(args.dataDir), undo);
     if (!out.debugLog.empty()) std::printf("debug log: %s\n", out.debugLog.c_str());
     return out.exitCode;
 }
@@ -373,6 +382,21 @@ int Batch(const Args& args) {
     const SortOutcome out =
         RunSort(args, args.dataDir.empty() ? DefaultDataDir() : AddBackslash(args.dataDir));
     return out.exitCode;
+}
+
+// The journals, newest first: what `undo --journal` can be given.
+int ListJournalFiles(const Args& args) {
+    ConsolePrompter prompter(kAnsNo);
+    Seams seams{&prompter,       &RealEventPump(),  &RealClock(), &RealEnvironment(),
+                &RealRegistry(), &RealFileSystem(), nullptr,      nullptr};
+    App app(seams);
+    app.folders.data = AddBackslash(args.dataDir.empty() ? DefaultDataDir() : args.dataDir);
+    const std::vector<Journal> journals = ListJournals(app);
+    if (journals.empty()) std::printf("no journals in %s\n", JournalFolder(app).c_str());
+    for (const Journal& j : journals)
+        std::printf("%s  %-12s %-10s %-14s %s\n", j.time.empty() ? "-" : j.time.c_str(),
+                    j.kind.c_str(), j.refNumber.c_str(), j.state.c_str(), j.path.c_str());
+    return 0;
 }
 
 int Demo(Args args) {
@@ -450,8 +474,9 @@ int main(int argc, char** argv) {
         std::printf("%s %s\n", kProductName, VersionText().c_str());
         return 0;
     }
-    if (args.command == "sort") return Sort(args);
+    if (args.command == "sort" || args.command == "undo") return Sort(args, args.command == "undo");
     if (args.command == "batch") return Batch(args);
+    if (args.command == "journal") return ListJournalFiles(args);
     if (args.command == "demo") return Demo(args);
     if (args.command == "screen") return Screen(args);
     std::fprintf(stderr, "pelmark: unknown command: %s\n%s", args.command.c_str(), kUsage);

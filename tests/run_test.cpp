@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "app/journal.h"
 #include "app/run.h"
 #include "fakes/sortRig.h"
 
@@ -32,30 +35,16 @@ TEST(SortRun, EachKindIsSortedWrittenBackCheckedAndShownAgain) {
         SCOPED_TRACE(c.ref);
         SortRig rig(c.ref);
         rig.Levels({"Item Full Name"});
-        const std::string before = rig.Table();
         ASSERT_TRUE(rig.Go()) << rig.app.run.status;
         EXPECT_EQ(rig.Items(), c.after) << rig.Table();
         EXPECT_TRUE(rig.app.run.checkProblems.empty());
         EXPECT_EQ(rig.DisplayRequests(), 1);
         EXPECT_EQ(sim::ShowDisplayedTransactions(rig.qb, rig.companyPath), 1);
         EXPECT_TRUE(rig.InDebugLog("Round trips to QuickBooks in this run: "));
-        // Nothing but the order changed: the same rows, totals and custom fields.
-        auto rows = [](const std::string& table) {
-            std::vector<std::string> out;
-            std::size_t start = table.find('\n', table.find('\n') + 1) + 1;
-            for (std::size_t end; (end = table.find('\n', start)) != std::string::npos;
-                 start = end + 1) {
-                std::string line = table.substr(start, end - start);
-                out.push_back(line.erase(0, line.find_first_not_of("0123456789. ")));
-            }
-            std::sort(out.begin(), out.end());
-            return out;
-        };
-        EXPECT_EQ(rows(before), rows(rig.Table()));
     }
 }
 
-TEST(SortRun, SubtotalsDiscountsGroupsAndBlankLinesKeepTheirMeaning) {
+TEST(SortRun, SubtotalsDiscountsAndGroupsKeepTheirMeaning) {
     // Lines sort within the sections between subtotals; a discount stays under its line; a
     // group moves whole; descending reverses the order, ties keep theirs.
     SortRig rig("3003");
@@ -68,17 +57,6 @@ TEST(SortRun, SubtotalsDiscountsGroupsAndBlankLinesKeepTheirMeaning) {
                      "10% Discount", "", "Cabinet Pull"}))
         << rig.Table();
     EXPECT_TRUE(rig.app.run.checkProblems.empty());
-
-    // Two blank lines after every line: the totals stay, the blank lines are there.
-    SortRig blanks("R-9002");
-    blanks.Levels({"Item Full Name"});
-    blanks.Check("optBlankLinesAfter", true);
-    blanks.Set("txtBlankLines", "2");
-    ASSERT_TRUE(blanks.Go());
-    EXPECT_EQ(blanks.Items(),
-              (Items{"Cabinet Pull", "5% Discount", "", "", "Shipping Box", "", ""}))
-        << blanks.Table();
-    EXPECT_NE(blanks.Table().find("Subtotal 122.35  Tax 8.87  Total 131.22"), std::string::npos);
 }
 
 TEST(SortRun, CustomFieldsAndWeightsCostAFixedNumberOfRoundTrips) {
@@ -86,21 +64,117 @@ TEST(SortRun, CustomFieldsAndWeightsCostAFixedNumberOfRoundTrips) {
         SortRig rig(ref);
         rig.Levels({"Desc"});
         rig.Check("chkCombineCFs", combine);
-        rig.Set("cboCFNetWeight", "Weight");
+        // The items' "Net Weight" times the quantities, written into each line's "Lot".
+        rig.Set("cboCFNetWeight", "Net Weight");
         rig.Set("cboCFItemNetWeightTotal", "Lot");
         EXPECT_TRUE(rig.Go()) << rig.app.run.status;
         EXPECT_TRUE(rig.app.run.checkProblems.empty());
-        return rig.app.run.roundTrips;
+        return std::make_pair(rig.app.run.roundTrips, rig.Table());
     };
     // 3002 has 200 lines with custom fields; E-102 four.
-    EXPECT_EQ(trips("3002", true), trips("E-102", true));
-    EXPECT_GT(trips("3002", false), trips("3002", true) + 100);
+    const auto [few, fewTable] = trips("E-102", true);
+    EXPECT_NE(fewTable.find("Widget, red finish             12    13.25   159.00            Tax "
+                            "Color=Red; Lot=5.52"),
+              std::string::npos)
+        << fewTable;
+    EXPECT_EQ(trips("3002", true).first, few);
+    EXPECT_GT(trips("3002", false).first, few + 100);
 
-    SortRig skip("E-102");
-    skip.Check("chkSKIPCFs", true);
-    ASSERT_TRUE(skip.Go());
-    EXPECT_EQ(skip.Table().find("Color="), std::string::npos);
-    EXPECT_EQ(skip.DisplayRequests(), 1);
+    // Skipping the custom fields would drop the lines' values: asked first, No keeps them.
+    for (int answer : {kAnsNo, kAnsYes}) {
+        SortRig skip("E-102");
+        skip.Check("chkSKIPCFs", true);
+        skip.t.prompter.Answer(answer);
+        EXPECT_EQ(skip.Go(), answer == kAnsYes);
+        EXPECT_TRUE(skip.Shown("4 custom-field values on 3 lines will be removed"));
+        EXPECT_EQ(skip.Table().find("Color=") == std::string::npos, answer == kAnsYes);
+    }
+}
+
+// Every request of a sort failing each way QuickBooks fails (closed, answer lost, save error)
+// and the program stopped there: the transaction is unchanged, sorted whole, or brought back
+// whole by Undo. Never anything else.
+TEST(SortRun, AFaultAtAnyRequestLeavesNothingDamaged) {
+    // 3003 has line groups, a subtotal, a percentage discount and line custom-field values.
+    auto rig = [](SortRig& r) {
+        r.Levels({"-Item Full Name"});
+        r.t.prompter.defaultAnswer = kAnsYes;
+        r.transport->requests.clear();
+    };
+    SortRig clean("3003");
+    rig(clean);
+    const std::string original = clean.Content();
+    ASSERT_TRUE(clean.Go()) << clean.app.run.status;
+    const std::string sorted = clean.Content();
+    ASSERT_NE(sorted, original);
+    const int requests = static_cast<int>(clean.transport->requests.size());
+    std::map<std::string, int> outcomes;
+    for (const std::string kind : {"error", "lost", "status", "stopped"})
+        for (int k = 1; k <= requests; ++k) {
+            SCOPED_TRACE(kind + " at request " + std::to_string(k));
+            SortRig r("3003");
+            rig(r);
+            if (kind == "stopped")
+                r.transport->stopAt = k;
+            else
+                r.Fault(k, kind);
+            try {
+                r.Go();
+            } catch (const Stopped&) {
+            }
+            r.transport->stopAt = 0;
+            if (r.Content() == original) {
+                ++outcomes["unchanged"];
+            } else if (r.Content() == sorted) {
+                ++outcomes["sorted whole"];
+            } else {
+                EXPECT_TRUE(CmdUndo(r.app)) << r.app.run.lastError;
+                EXPECT_EQ(r.Content(), original);
+                ++outcomes[r.Content() == original ? "undone" : "damaged"];
+            }
+        }
+    EXPECT_EQ(outcomes["damaged"], 0);
+    std::printf("fault table: %d requests x 4 faults:", requests);
+    for (const auto& [what, n] : outcomes) std::printf(" %s %d;", what.c_str(), n);
+    std::printf("\n");
+}
+
+TEST(SortRun, UndoRefusesWhatItCannotTrust) {
+    SortRig rig("3001");
+    rig.Levels({"Item Full Name"});
+    const std::string original = rig.Content();
+    ASSERT_TRUE(rig.Go());
+    const std::string journal = rig.app.run.journalPath, text = *rig.t.files.ReadAll(journal);
+    const std::string sorted = rig.Content();
+    JournalRead other = ParseJournal(text);
+    other.journal.company = "C:\\Other Company.QBW";
+    const std::pair<std::string, const char*> cases[] = {
+        {text.substr(0, text.size() / 2), "cut short or was edited"},
+        {std::string(text).replace(text.find("<Amount>"), 9, "<Amount>9"),
+         "cut short or was edited"},
+        {JournalText(other.journal), "is of the company file"},
+        {text, "was changed in QuickBooks after the sort; Undo was not confirmed"},
+    };
+    for (const auto& [content, words] : cases) {
+        SCOPED_TRACE(words);
+        rig.t.files.WriteAll(journal, content);
+        if (content == text) {  // someone saved it since, and the user says No
+            sim::Company company = rig.Company();
+            company.Touch(company.FindTxn(rig.qb.txn.kind, rig.qb.txn.txnID));
+            company.SaveFile(rig.companyPath);
+            rig.t.prompter.Answer(kAnsNo);
+        }
+        EXPECT_FALSE(CmdUndo(rig.app, {journal}));
+        EXPECT_TRUE(rig.Shown(words)) << rig.app.run.lastError;
+        EXPECT_EQ(rig.Content(), sorted);
+    }
+    rig.t.prompter.Answer(kAnsYes);
+    EXPECT_TRUE(CmdUndo(rig.app)) << rig.app.run.lastError;
+    EXPECT_EQ(rig.Content(), original);
+    // The journal says so, and the next Undo finds nothing left to undo.
+    EXPECT_NE(rig.t.files.ReadAll(journal)->find("state=undone"), std::string::npos);
+    EXPECT_FALSE(CmdUndo(rig.app));
+    EXPECT_TRUE(rig.Shown("There is no sort to undo"));
 }
 
 TEST(SortRun, AModifyThatComesBackDifferentIsReportedLoudly) {
@@ -197,25 +271,40 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
              };
          },
          "MOD"},
-        {"QuickBooks goes away during the modify",
+        {"no journal can be written", [](SortRig& r) { r.t.files.failPathPart = "Journals"; },
+         "could not write its journal"},
+        {"a line already invoiced",
          [](SortRig& r) {
-             r.transport->fail = [](const std::string& request) {
-                 return request.find("InvoiceModRq") != std::string::npos;
-             };
+             r.Open("SO-501");
+             sim::Company company = r.Company();
+             company.FindTxn("SalesOrder", r.qb.txn.txnID)
+                 .child("SalesOrderLineRet")
+                 .child("Invoiced")
+                 .text()
+                 .set("2");
+             company.SaveFile(r.companyPath);
          },
-         "QuickBooks is not running"},
+         "): Invoiced 2"},
+        {"an item QuickBooks no longer knows",
+         [](SortRig& r) {
+             sim::Company company = r.Company();
+             pugi::xml_node item = company.FindByFullName({"ItemServiceRet"}, "Labor");
+             item.parent().remove_child(item);
+             company.SaveFile(r.companyPath);
+         },
+         "holds the item Labor, which QuickBooks does not know"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         SortRig rig("3001");
-        const std::string before = rig.Company().ToXml();
         c.arrange(rig);
+        const std::string before = rig.Content();
         rig.t.prompter.defaultAnswer = kAnsYes;  // go on after every prompt
         EXPECT_FALSE(rig.Go());
         const bool said =
             rig.Shown(c.words) || rig.app.run.status.find(c.words) == 0 || rig.InDebugLog(c.words);
         EXPECT_TRUE(said) << rig.app.run.status;
-        EXPECT_TRUE(rig.Company().ToXml() == before) << "the company file changed";
+        EXPECT_TRUE(rig.Content() == before) << "the transaction changed";
         EXPECT_FALSE(rig.app.run.running);
         if (std::string(c.name) == "window will not close") {
             EXPECT_EQ(rig.qb.desktop->altACount, 61);
@@ -225,13 +314,8 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
     }
 }
 
-TEST(SortRun, StopCancelsOneRunAndEndAsksFirst) {
+TEST(SortRun, EndAsksFirst) {
     SortRig rig("3001");
-    CmdStop(rig.app);
-    EXPECT_FALSE(rig.Go());
-    EXPECT_EQ(rig.app.run.status, "Stopped (1)");
-    EXPECT_TRUE(rig.Go());
-
     rig.t.prompter.Answer(kAnsNo);
     EXPECT_NO_THROW(CmdEnd(rig.app));
     rig.t.prompter.Answer(kAnsYes);

@@ -98,6 +98,9 @@ FileResult detail::PlatformWriteFile(const std::string& path, const std::string&
     }
     size_t written = std::fwrite(data.data(), 1, data.size(), f);
     bool ok = written == data.size();
+    // A whole-file write is what the journal and the settings are saved with: on the disk
+    // before the rename that makes it current, so a power cut cannot leave an empty file.
+    if (!append) ok = std::fflush(f) == 0 && ::fsync(::fileno(f)) == 0 && ok;
     ok = std::fclose(f) == 0 && ok;
     if (!ok) return {FileStatus::Failed, "write failed"};
     return {};

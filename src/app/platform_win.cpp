@@ -137,6 +137,9 @@ FileResult detail::PlatformWriteFile(const std::string& path, const std::string&
     DWORD written = 0;
     BOOL ok = data.empty() ||
               WriteFile(h, data.data(), static_cast<DWORD>(data.size()), &written, nullptr);
+    // A whole-file write is what the journal and the settings are saved with: on the disk
+    // before the rename that makes it current, so a power cut cannot leave an empty file.
+    if (ok && !append) ok = FlushFileBuffers(h);
     DWORD e = ok ? 0 : GetLastError();
     CloseHandle(h);
     if (!ok || written != data.size())

@@ -36,6 +36,7 @@ struct RunState {
     // window (company, edition, year) and the company file. Unset when nothing was loaded.
     bool listsLoaded = false;
     std::string loadedScreen, loadedFile;
+    std::string journalPath;  // the journal of the last sort
 };
 
 // Receives every status text as it is shown: the main window repaints its label and message
@@ -45,6 +46,15 @@ using StatusHook = std::function<void(const std::string&)>;
 // Shows `text` in the status label, adds it to the message list (lstMsgs) and passes it on to
 // App::statusHook.
 void ShowStatus(App& app, const std::string& text);
+
+struct UndoOptions {
+    std::string journal;  // the journal to undo; "" the newest sort's
+};
+// Undo last sort: writes the journaled transaction back (every line, field and custom-field
+// value, in its journaled order) by the sort's own write-back and check, and shows it again.
+// Refuses a damaged journal, one of another company file, and, unless the user confirms, a
+// transaction changed in QuickBooks since the sort. True when the transaction is as journaled.
+bool CmdUndo(App& app, const UndoOptions& options = {});
 
 // The main form's load, after Main: "HouseKeeping" ... "Load Complete Exiting ". Reads the
 // settings into frmMain, opens QuickBooks with its lists, and fills the sort-field and custom

@@ -224,6 +224,32 @@ bool ItemQuerySub(App& app, bool fullLoad, const std::string& name) {
     return true;
 }
 
+std::optional<std::vector<ItemRec>> ItemsByListID(App& app, const std::vector<std::string>& ids) {
+    if (ids.empty()) return std::vector<ItemRec>{};
+    if (!QBOpen(app)) return std::nullopt;
+    MsgSetRequest& set = *RequestSet(app);
+    set.ClearRequests();
+    Node& query = set.Append("ItemQueryRq");
+    for (const std::string& id : ids) query.Append("ListID").SetValue(id);
+    if (query.Supports("OwnerID")) query.Append("OwnerID").SetValue(kOwnerUser);
+    ListQuery list{"Item Query Sub",
+                   "Item Query Status: Code = ",
+                   "The items of the transaction could not be retrieved from QuickBooks",
+                   {}};
+    std::optional<Response> response = RunListQuery(app, set, query, list);
+    set.ClearRequests();
+    if (!response) return std::nullopt;
+    // Read by the start-up's own reader into a table of their own.
+    ItemTable items;
+    std::map<std::string, std::size_t, NoCaseLess> index;
+    std::swap(items, app.items);
+    std::swap(index, app.qb.itemsByFullName);
+    for (const View& item : Returned(*response)) ParseItemRet(app, item);
+    std::swap(items, app.items);
+    std::swap(index, app.qb.itemsByFullName);
+    return std::move(items.items);
+}
+
 bool CustomerQuerySub(App& app, const std::string& fullName) {
     DebugLog(app, "Customer Query Sub " + fullName, 5);
     QbState& qb = app.qb;

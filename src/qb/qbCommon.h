@@ -244,6 +244,10 @@ bool SalesCommonModSub(App& app, Node& mod, const SalesModHead& head);
 // Item query into App::items; fullLoad empties the table first. `name` narrows the query to
 // one item full name (empty: all items).
 bool ItemQuerySub(App& app, bool fullLoad = true, const std::string& name = {});
+// One item query naming every given item by ListID: the items as QuickBooks has them now, in
+// the answer's order (an ID QuickBooks does not know is simply missing). Nothing when the query
+// failed (reported). The item table of the app is left as it is.
+std::optional<std::vector<ItemRec>> ItemsByListID(App& app, const std::vector<std::string>& ids);
 // Reads one returned item (ItemServiceRet, ...) into App::items; false when it was skipped.
 bool ParseItemRet(App& app, const View& itemRet);
 bool CustomerQuerySub(App& app, const std::string& fullName = {});

@@ -146,10 +146,19 @@ class Checker {
                 if (!CheckSettings(e)) return result_;
                 continue;
             }
+            if (name == kFaultName) {
+                const std::string_view kind = e.attribute("kind").value();
+                if (e.attribute("request").as_int() < 1 ||
+                    (kind != "error" && kind != "lost" && kind != "status"))
+                    return Fail(e,
+                                "<QBSimFault> needs request=\"K\" (1 or more) and "
+                                "kind=\"error\", \"lost\" or \"status\"");
+                continue;
+            }
             if (!EndsWith(name, "Ret")) {
                 return Fail(e, "<" + std::string(name) +
                                    "> is neither a QuickBooks object (an ...Ret element) nor "
-                                   "<QBSimSettings>");
+                                   "<QBSimSettings> or <QBSimFault>");
             }
             if (name == "HostRet") {
                 ++hosts;

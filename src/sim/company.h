@@ -24,6 +24,7 @@ namespace pelmark::sim {
 //     <DataExtDefRet>...</DataExtDefRet>     custom field and private data definitions
 //     <CustomerRet>, <ItemServiceRet> (and every other Item*Ret), <SalesTaxCodeRet>,
 //     <TemplateRet>, <InvoiceRet>, <EstimateRet>, <SalesOrderRet>, <SalesReceiptRet>, ...
+//     <QBSimFault request="K" kind="error|lost|status"/>   none or one (see SimTransport)
 //   </QBSimCompany>
 //
 // QBSimSettings (optional, all attributes optional):
@@ -40,6 +41,8 @@ namespace pelmark::sim {
 // asked. The last kDisplayHistory requests are kept, oldest first.
 inline constexpr const char* kRootName = "QBSimCompany";
 inline constexpr const char* kSettingsName = "QBSimSettings";
+// A fault to inject (see SimTransport): <QBSimFault request="K" kind="error|lost|status"/>.
+inline constexpr const char* kFaultName = "QBSimFault";
 
 // The item kinds QuickBooks returns to ItemQueryRq, all in one list (one ListID space).
 inline constexpr std::string_view kItemRets[] = {

@@ -904,7 +904,7 @@ void Conform(pugi::xml_node node, const qb::SchemaNode& schema) {
 
 }  // namespace
 
-ProcessResult ProcessRequest(Company& company, std::string_view requestXml) {
+ProcessResult ProcessRequest(Company& company, std::string_view requestXml, bool failSave) {
     ProcessResult result;
     if (!company.IsLoaded()) {
         result.ok = false;
@@ -938,7 +938,12 @@ ProcessResult ProcessRequest(Company& company, std::string_view requestXml) {
         std::string name = rq.name();
         pugi::xml_node rs = msgs.append_child((name.substr(0, name.size() - 2) + "Rs").c_str());
         Status status;
-        if (failed && set.stopOnError) {
+        if (failSave) {
+            status = {kStatusSaveError,
+                      "There was an error when saving a " + name.substr(0, name.size() - 2) +
+                          ".  QuickBooks error message: The transaction could not be saved.",
+                      {}};
+        } else if (failed && set.stopOnError) {
             status = NotProcessed();
         } else {
             auto handler = Handlers().find(name);

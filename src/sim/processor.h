@@ -26,9 +26,14 @@ struct ProcessResult {
     bool changed = false;  // the company was changed; the caller saves it
 };
 
+// QuickBooks' status for a change it could not save ("There was an error when saving ...": the
+// 3180 texts quoted in shared/qbxml/real/SOURCES.md, and Intuit's status-code table).
+inline constexpr int kStatusSaveError = 3180;
+
 // Answers every request of the message set in order. Changes are made to `company` in memory
 // as each request is answered; a request that fails changes nothing, but QuickBooks has no
 // rollback, so under stopOnError the requests before a failed one stand.
-ProcessResult ProcessRequest(Company& company, std::string_view requestXml);
+// With `failSave`, every request is answered with kStatusSaveError and nothing changes.
+ProcessResult ProcessRequest(Company& company, std::string_view requestXml, bool failSave = false);
 
 }  // namespace pelmark::sim

@@ -77,9 +77,16 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
     if (FileChanged()) {
         if (qb::TransportResult loaded = Load(call); !loaded.ok) return loaded;
     }
-    ProcessResult result = sim::ProcessRequest(company_, request);
+    const std::string fault = TakeFault();
+    const bool faultSaves = !fault.empty();
+    if (fault == "error") {
+        // Only the spent fault leaves the file; the request never reached QuickBooks.
+        if (company_.SaveFile(path_).ok) RememberFileState();
+        return Fail(call, kHrServerGone, "(qbsim: QuickBooks closed)");
+    }
+    ProcessResult result = sim::ProcessRequest(company_, request, fault == "status");
     if (!result.ok) return Fail(call, result.hresult, result.message);
-    if (result.changed) {
+    if (result.changed || faultSaves) {
         SaveResult saved = company_.SaveFile(path_);
         if (!saved.ok) {
             company_ = Company();  // the change was not kept: read the file again next time
@@ -89,6 +96,7 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
         company_.ClearModified();
         RememberFileState();
     }
+    if (fault == "lost") return Fail(call, kHrServerGone, "(qbsim: the answer was lost)");
     if (response) *response = std::move(result.response);
     return {};
 }
@@ -130,6 +138,19 @@ qb::TransportResult SimTransport::Load(const char* call) {
     }
     RememberFileState();
     return {};
+}
+
+std::string SimTransport::TakeFault() {
+    pugi::xml_node fault = company_.Root().child(kFaultName);
+    if (!fault) {
+        faultCount_ = 0;
+        return {};
+    }
+    if (++faultCount_ < fault.attribute("request").as_int()) return {};
+    std::string kind = fault.attribute("kind").value();
+    company_.Root().remove_child(fault);
+    faultCount_ = 0;
+    return kind;
 }
 
 void SimTransport::RememberFileState() {

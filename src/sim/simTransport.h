@@ -20,10 +20,20 @@ inline constexpr std::uint32_t kHrCannotOpenFile = 0x8004040A;  // the company f
 inline constexpr std::uint32_t kHrOtherFileOpen = 0x80040417;   // BeginSession names another file
 inline constexpr std::uint32_t kHrInvalidArg = 0x80070057;
 inline constexpr std::uint32_t kHrFail = 0x80004005;
+// RPC_S_SERVER_UNAVAILABLE: what the request processor's COM call gives when QuickBooks closed
+// while a request was on its way.
+inline constexpr std::uint32_t kHrServerGone = 0x800706BA;
 
 // QuickBooks "running" with one company file open: the file at `companyPath`. Each request set
 // is answered from the file as it is on disk (it is read again when it changed since), and a
 // request set that changes the company is saved at once, atomically.
+//
+// A company file may hold <QBSimFault request="K" kind="error|lost|status"/> directly under
+// QBSimCompany: the K-th request set received from when the element was first seen, counting
+// from 1, fails once and the element is removed from the file. error: the transport fails before
+// anything is applied (QuickBooks closed). lost: the set is applied and saved, then the
+// transport fails (the answer never arrives). status: every request of the set is answered with
+// QuickBooks' save error (kStatusSaveError) and nothing changes.
 class SimTransport : public qb::QbTransport {
   public:
     explicit SimTransport(std::string companyPath);
@@ -48,6 +58,8 @@ class SimTransport : public qb::QbTransport {
     qb::TransportResult Load(const char* call);
     void RememberFileState();
     bool FileChanged() const;
+    // The fault that fires on this request set ("" for none); removes it from the file.
+    std::string TakeFault();
 
     std::string path_;
     std::string appName_;
@@ -57,6 +69,7 @@ class SimTransport : public qb::QbTransport {
     unsigned sessions_ = 0;
     std::filesystem::file_time_type loadedTime_{};
     std::uintmax_t loadedSize_ = 0;
+    int faultCount_ = 0;  // request sets since the fault in the file was first seen
 };
 
 }  // namespace pelmark::sim

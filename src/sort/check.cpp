@@ -1,5 +1,6 @@
 // The check after the modify: the transaction that comes back must hold every line that was
 // sent, field for field, once and in the order sent, with the totals it had before.
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -171,6 +172,44 @@ std::vector<const qb::TxnLineField*> ModifiableLineFields(App& app, qb::TxnKind 
         if (f.copied && (takes(line, f.linePath) || takes(group, f.groupPath)))
             fields.push_back(&f);
     return fields;
+}
+
+std::vector<std::string> UnwritableFields(App& app, qb::TxnKind kind,
+                                          const std::vector<qb::TxnLine>& table, std::size_t first,
+                                          std::size_t count) {
+    const qb::TxnKindInfo& k = qb::KindInfo(kind);
+    const std::vector<const qb::TxnLineField*> writable = ModifiableLineFields(app, kind);
+    auto head = [](const char* path) {
+        return path ? std::string_view(path).substr(0, std::string_view(path).find('/'))
+                    : std::string_view();
+    };
+    std::vector<std::string> problems;
+    std::size_t shown = 0;
+    for (std::size_t i = first; i < first + count && i < table.size(); ++i) {
+        const qb::TxnLine& row = table[i];
+        if (row.IsGroupEnd()) continue;
+        ++shown;
+        for (const qb::View& child : row.ret.Children()) {
+            const std::string name = child.Name();
+            if (name == "TxnLineID" || name == "DataExtRet" || name == k.lineRet) continue;
+            const qb::TxnLineField* field = nullptr;
+            for (const qb::TxnLineField& f : qb::TxnLineFields())
+                if (head(row.IsGroup() ? f.groupPath : f.linePath) == name) field = &f;
+            const bool takes =
+                field && std::find(writable.begin(), writable.end(), field) != writable.end();
+            // A group's description, print flag and total come from its group item and its
+            // lines when QuickBooks makes it again; nothing invoiced yet links nothing.
+            const std::string value = child.GetValue();
+            const bool fromItem = row.IsGroup() && (name == "TotalAmount" || name == "Desc" ||
+                                                    name == "IsPrintItemsInGroup");
+            if (takes || fromItem || (name == "Invoiced" && LeadingNumber(value) == 0)) continue;
+            problems.push_back(
+                "line " + std::to_string(shown) + " (" +
+                (row.itemFullName.empty() ? std::string("no item") : row.itemFullName) +
+                "): " + name + (value.empty() ? "" : " " + value));
+        }
+    }
+    return problems;
 }
 
 }  // namespace pelmark::sort

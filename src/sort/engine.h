@@ -12,6 +12,7 @@
 
 namespace pelmark {
 struct App;
+struct Journal;
 namespace ui {
 class Form;
 }
@@ -147,15 +148,40 @@ std::vector<std::string> CompareLines(const std::vector<qb::TxnLine>& expected,
                                       const CheckOptions& options);
 std::vector<std::string> CompareTotals(const qb::TxnHeader& before, const qb::TxnHeader& after);
 
+// What the lines of one transaction (rows [first, first + count) of `table`) hold that the
+// kind's line modify cannot carry, so that re-creating them would lose it: "line N (item):
+// field value" each. Empty when the whole transaction can be written back.
+std::vector<std::string> UnwritableFields(App& app, qb::TxnKind kind,
+                                          const std::vector<qb::TxnLine>& table, std::size_t first,
+                                          std::size_t count);
+
 // The fields of TxnLineFields() that the kind's line modify takes.
 std::vector<const qb::TxnLineField*> ModifiableLineFields(App& app, qb::TxnKind kind);
 
 // ---- The sort body (writeBack.cpp) -------------------------------------------------------------
 
-// Sorts queried transaction `txnIndex` of app.qb.txn: plans the new order, writes it back with
-// one modify, writes the lines' custom fields and weights, re-queries the transaction and checks
-// it against what was sent, and asks QuickBooks to show it again (unless not `show`: a batch
-// opens no windows). True when the modify went through and the transaction came back whole.
+// One write-back: the lines of `table` in the order of `plan` replace the transaction's lines.
+struct WriteBackJob {
+    qb::TxnKind kind = qb::TxnKind::None;
+    qb::TxnHeader before;  // its TxnID and the EditSequence to send; the totals to keep
+    std::vector<qb::TxnLine> table;
+    SortPlan plan;
+    bool writeCustomFields = true;
+    Journal* journal = nullptr;  // kept up to date as the write-back goes, when given
+    bool show = true;            // ask QuickBooks to show it again (a batch opens no windows)
+};
+
+// The modify, the check of the lines that came back (no custom-field value is written when it
+// fails), the custom fields, the check of the transaction queried again, and the display
+// request (also after a failed modify). True when the transaction came back whole.
+bool WriteBack(App& app, WriteBackJob& job);
+
+// Sorts queried transaction `txnIndex` of app.qb.txn: plans the new order, journals the
+// transaction, writes it back with one modify, writes the lines' custom fields and weights,
+// re-queries the transaction and checks it against what was sent, and asks QuickBooks to show it
+// again (unless not `show`: a batch opens no windows). With a preview hook, the new order is
+// shown to it first and written only when it agrees. True when the modify went through and the
+// transaction came back whole.
 bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex = 0, bool show = true);
 
 // ---- Application glue (settings.cpp) ---------------------------------------------------------
@@ -165,7 +191,8 @@ SortSettings ReadSortSettings(const ui::Form& mainForm);
 
 // Plans the sort of queried transaction `txnIndex` of app.qb.txn with the items of the app and
 // its debug log.
+// `items` classifies the lines; by default the item list loaded at start-up.
 SortPlan PlanTransactionSort(App& app, const ui::Form& mainForm, qb::TxnKind kind,
-                             std::size_t txnIndex = 0);
+                             std::size_t txnIndex = 0, ItemLookup items = {});
 
 }  // namespace pelmark::sort

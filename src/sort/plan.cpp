@@ -56,10 +56,25 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
     for (std::size_t row : top) lines.push_back(&table[row]);
     const std::vector<std::string> keys = BuildSortKeys(lines, settings, log);
 
+    const int blanks =
+        settings.blankLines == BlankLines::None ? 0 : std::max(0, settings.blankCount);
+    // Blank lines an earlier sort added (nothing on them at all) go before new ones come in, so
+    // that sorting a sorted transaction again changes nothing.
+    // One that a discount applies to stays: the discount would apply to another line.
+    auto spent = [&](std::size_t p) {
+        const qb::TxnLine& row = *lines[p];
+        if (blanks == 0 || row.lineType != qb::kLineBlank || !row.amount.empty()) return false;
+        if (p + 1 < lines.size() && ClassifyRow(*lines[p + 1], items) == RowRole::Discount)
+            return false;
+        return std::all_of(row.customFields.begin(), row.customFields.end(),
+                           [](const qb::TxnCustomField& f) { return f.value.empty(); });
+    };
+
     // Units in incoming order. A discount (and, with keepBlankItems, a blank or description
     // line) joins the unit above it; a subtotal starts a fixed unit that bounds the sections.
     std::vector<Unit> units;
     for (std::size_t p = 0; p < top.size(); ++p) {
+        if (spent(p)) continue;
         const RowRole role = ClassifyRow(*lines[p], items);
         const bool attaches =
             role == RowRole::Discount || (role == RowRole::BlankOrDesc && settings.keepBlankItems);
@@ -90,8 +105,6 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
                          });
     }
 
-    const int blanks =
-        settings.blankLines == BlankLines::None ? 0 : std::max(0, settings.blankCount);
     auto addBlanks = [&](BlankLines where) {
         if (settings.blankLines != where) return;
         for (int i = 0; i < blanks; ++i) plan.steps.push_back({PlanStep::Kind::Blank, 0, false});

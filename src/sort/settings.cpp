@@ -41,13 +41,11 @@ SortSettings ReadSortSettings(const ui::Form& form) {
 }
 
 SortPlan PlanTransactionSort(App& app, const ui::Form& mainForm, qb::TxnKind kind,
-                             std::size_t txnIndex) {
+                             std::size_t txnIndex, ItemLookup items) {
     const qb::TxnState& txn = app.qb.txn;
     if (txnIndex >= txn.txns.size()) return {};
     const qb::TxnHeader& header = txn.txns[txnIndex];
-    const ItemLookup items = [&app](const std::string& fullName) {
-        return qb::FindItem(app, fullName);
-    };
+    if (!items) items = [&app](const std::string& fullName) { return qb::FindItem(app, fullName); };
     const DebugSink debug = [&app](const std::string& text) { DebugLog(app, text, 5); };
     return BuildSortPlan(txn.lines, header.firstLine, header.lineCount, ReadSortSettings(mainForm),
                          items, kind, header.txnID, debug);

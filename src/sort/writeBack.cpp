@@ -1,8 +1,12 @@
-// The sort body after the order is known: the modify that re-lists every line in the new order,
-// the lines' custom fields and weights, the check of what came back, and the display request.
+// The sort body after the order is known: the journal, the modify that re-lists every line in
+// the new order, the check of the lines that came back before any custom-field write, the lines'
+// custom fields and weights, the check of the transaction, and the display request.
+#include <algorithm>
 #include <map>
+#include <optional>
 
 #include "app/context.h"
+#include "app/journal.h"
 #include "app/logs.h"
 #include "app/run.h"
 #include "qb/qbCommon.h"
@@ -13,8 +17,9 @@ namespace pelmark::sort {
 
 namespace {
 
-// The custom-field values of the new lines: the queried lines' own values and the weights,
-// matched to the lines the modify's answer gives back, position by position.
+// The custom-field values of the new lines: the queried lines' own values and the weights, on
+// the lines the modify's answer gives back. The answer's lines were compared with those sent
+// field by field first, so the same position is the same line.
 struct LineValues {
     std::vector<qb::DataExtOptions> writes;
     // By expected row: the weights written over the queried values, for the check.
@@ -129,7 +134,7 @@ std::vector<std::string> CheckTransaction(App& app, qb::TxnKind kind, const qb::
     return problems;
 }
 
-void ReportCheck(App& app, const std::vector<std::string>& problems) {
+void ReportCheck(App& app, const std::vector<std::string>& problems, const std::string& advice) {
     app.run.checkProblems = problems;
     if (problems.empty()) {
         DebugLog(app, "Do Back Ground, Check after Mod OK", 3);
@@ -140,29 +145,123 @@ void ReportCheck(App& app, const std::vector<std::string>& problems) {
         DebugLog(app, "ERROR\tCheck after Mod\t" + p, 1);
         text += "\n" + p;
     }
+    text += "\n" + advice;
     ShowStatus(app, "Check after Mod failed");
     WriteErr(app, "ERROR\t" + OneLine(text));
     ShowMessage(app, text);
 }
 
+// Records a step in the journal; a journal that can no longer be written is reported, the run
+// goes on (the one written before the modify already holds the transaction).
+void Record(App& app, Journal* journal, const char* state, const std::string& editSequence) {
+    if (!journal) return;
+    journal->state = state;
+    if (!editSequence.empty()) journal->editSequenceAfter = editSequence;
+    std::string error;
+    if (!SaveJournal(app, *journal, error)) DebugLog(app, "ERROR\tJournal\t" + error, 1);
+}
+
+const char* const kPressUndo =
+    "No custom-field value was written. Press \"Undo last sort\" to bring the transaction back "
+    "as it was before the sort.";
+
+// The lines of the sort's journal: what Undo needs besides the transaction itself.
+void JournalPlan(Journal& j, const std::vector<qb::TxnLine>& table, const SortPlan& plan,
+                 const SortSettings& settings, bool skipCustomFields) {
+    for (const SortLevel& l : settings.levels)
+        if (!l.field.empty())
+            j.settings.push_back("level=" + l.field + (l.descending ? " descending" : "") +
+                                 (l.caseSensitive ? " case" : ""));
+    const char* const where[] = {"none", "before", "after"};
+    j.settings.push_back(std::string("blank lines=") +
+                         where[static_cast<int>(settings.blankLines)] + " x" +
+                         std::to_string(settings.blankCount));
+    j.settings.push_back(std::string("keep blank items=") + (settings.keepBlankItems ? "1" : "0"));
+    j.settings.push_back(std::string("skip custom fields=") + (skipCustomFields ? "1" : "0"));
+    for (const PlanStep& step : plan.steps)
+        j.order.push_back(step.kind == PlanStep::Kind::Blank ? "blank" : table[step.row].txnLineID);
+    for (const qb::TxnLine& row : table)
+        for (const qb::TxnCustomField& f : row.customFields)
+            if (!f.value.empty())
+                j.customFields.push_back(row.txnLineID + "|" + f.name + "|" + f.value);
+}
+
+// Skip Custom Flds copying re-creates the lines without their values: asks before that.
+bool SkippingCustomFieldsAllowed(App& app, const std::vector<qb::TxnLine>& table,
+                                 const qb::TxnHeader& txn) {
+    std::size_t values = 0, lines = 0;
+    for (std::size_t i = txn.firstLine; i < txn.firstLine + txn.lineCount; ++i) {
+        std::size_t n = 0;
+        for (const qb::TxnCustomField& f : table[i].customFields) n += !f.value.empty();
+        values += n;
+        lines += n > 0;
+    }
+    if (values == 0) return true;
+    const std::string text = std::to_string(values) + " custom-field values on " +
+                             std::to_string(lines) +
+                             " lines will be removed (Skip Custom Flds copying is checked). Sort "
+                             "anyway?";
+    if (ShowMessage(app, text, kMbYesNo | kMbQuestion) == kAnsYes) return true;
+    ShowStatus(app, "Not sorted: the custom-field values were kept, nothing changed");
+    app.run.lastError = text;
+    return false;
+}
+
+// Stops the sort before anything is written.
+bool Refuse(App& app, const std::string& text) {
+    app.run.lastError = text;
+    ShowStatus(app, "Not sorted: nothing was changed");
+    DebugLog(app, "ERROR\t" + OneLine(text), 1);
+    WriteErr(app, "ERROR\t" + OneLine(text));
+    ShowMessage(app, text);
+    return false;
+}
+
+// The items of the transaction's lines as QuickBooks has them now (one query naming them all),
+// by the lines' item names: an item made or changed since start-up (or since Items.iif was
+// written) is a subtotal or a discount only if QuickBooks says so. Nothing when an item is
+// unknown to QuickBooks or the query failed (reported).
+std::optional<std::map<std::string, ItemRec, NoCaseLess>> LineItems(
+    App& app, const std::vector<qb::TxnLine>& table, const qb::TxnHeader& txn) {
+    std::vector<std::string> ids;
+    for (std::size_t i = txn.firstLine; i < txn.firstLine + txn.lineCount; ++i)
+        if (const std::string& id = table[i].itemListID;
+            !id.empty() && std::find(ids.begin(), ids.end(), id) == ids.end())
+            ids.push_back(id);
+    const std::optional<std::vector<ItemRec>> answer = qb::ItemsByListID(app, ids);
+    if (!answer) return std::nullopt;
+    std::map<std::string, ItemRec, NoCaseLess> byName;
+    for (std::size_t i = txn.firstLine, shown = 0; i < txn.firstLine + txn.lineCount; ++i) {
+        const qb::TxnLine& row = table[i];
+        shown += !row.IsGroupEnd();
+        if (row.itemListID.empty() || row.IsGroupEnd()) continue;
+        auto item = std::find_if(answer->begin(), answer->end(),
+                                 [&](const ItemRec& r) { return r.listID == row.itemListID; });
+        if (item == answer->end()) {
+            Refuse(app, "Line " + std::to_string(shown) + " holds the item " + row.itemFullName +
+                            ", which QuickBooks does not know (any more). Nothing was changed.");
+            return std::nullopt;
+        }
+        byName[row.itemFullName] = *item;
+    }
+    return byName;
+}
+
 }  // namespace
 
-bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
+bool WriteBack(App& app, WriteBackJob& job) {
+    const qb::TxnKind kind = job.kind;
     const qb::TxnKindInfo& k = qb::KindInfo(kind);
-    qb::TxnState& txn = app.qb.txn;
-    if (txnIndex >= txn.txns.size()) return false;
-    // The query's rows and header, kept: the check queries the transaction again.
-    const qb::TxnHeader before = txn.txns[txnIndex];
-    const std::vector<qb::TxnLine> table = txn.lines;
-
-    const SortPlan plan = PlanTransactionSort(app, app.frmMain, kind, txnIndex);
-    if (app.previewHook &&
-        !app.previewHook(PreviewRows(table, before.firstLine, before.lineCount, plan))) {
-        ShowStatus(app, "The new order was not written");
-        // QuickBooks had the window closed for the sort; it shows the transaction as it was.
-        qb::TxnDisplayModSub(app, kind, before.txnID);
-        return false;
-    }
+    const qb::TxnHeader& before = job.before;
+    const std::vector<qb::TxnLine>& table = job.table;
+    const SortPlan& plan = job.plan;
+    auto showAgain = [&] {
+        if (job.show) {
+            ShowStatus(app, "Sending Display Trans to QB");
+            qb::TxnDisplayModSub(app, kind, before.txnID);
+        }
+        DebugLog(app, "Do Back Ground, Exit After Display Txn Mod", 5);
+    };
 
     DebugLog(app, "Do Back Ground Doing Order Mod Sub ", 5);
     qb::TxnModHead head;
@@ -181,7 +280,7 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
             return false;
         }
         if (step.kind == PlanStep::Kind::Row)
-            txn.currentLineID = qb::RunLineID(kind, table[step.row].txnLineID);
+            app.qb.txn.currentLineID = qb::RunLineID(kind, table[step.row].txnLineID);
     }
     DebugLog(app, "DBG, After Appeneds", 5);
 
@@ -190,22 +289,44 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
     send.callerLabel = "MOD";
     qb::DoRequestResult modified = qb::DoRequest(app, send);
     DebugLog(app, "Do Back Ground, Back from QB Do ", 5);
-    if (!modified.ok) return false;
+    if (!modified.ok) {
+        // QuickBooks may have saved it even so when only its answer was lost.
+        showAgain();
+        ShowStatus(app,
+                   "The modify failed: QuickBooks did not confirm it. If the transaction "
+                   "changed, press \"Undo last sort\"; otherwise sort again.");
+        return false;
+    }
 
     const std::vector<qb::TxnLine> expected = ExpectedLines(table, plan);
     std::vector<qb::TxnLine> answered = AnsweredLines(app, kind, modified, before.txnID);
-    const LineValues values = NewLineValues(expected, answered, plan, before.txnID, k);
+    std::string editSequence;
+    if (modified.responseSet && modified.responseSet->ResponseList().Count() > 0)
+        editSequence = qb::ReturnedTxn(modified.responseSet->ResponseList().GetAt(0), kind)
+                           .GetValue("EditSequence");
+    Record(app, job.journal, kJournalModified, editSequence);
 
+    // The lines that came back are checked before any custom-field value goes to them: a value
+    // on the wrong line cannot be taken back.
     CheckOptions check;
     bool customFieldsFailed = false;
     check.fields = ModifiableLineFields(app, kind);
+    check.customFields = false;
+    if (std::vector<std::string> problems = CompareLines(expected, answered, check);
+        !problems.empty()) {
+        ReportCheck(app, problems, kPressUndo);
+        Record(app, job.journal, kJournalFailed, {});
+        showAgain();
+        return false;
+    }
+    const LineValues values = NewLineValues(expected, answered, plan, before.txnID, k);
     check.extraFields = values.weights;
     ShowStatus(app, "Setting up Custom Fields ");
-    if (app.frmMain.Checked("chkSKIPCFs")) {
+    if (!job.writeCustomFields) {
         ShowStatus(app, "Skipping Custom Fields");
         DebugLog(app, "Skipping the Custom Fields", 3);
-        check.customFields = false;
     } else {
+        check.customFields = true;
         ShowStatus(app, "Doing Custom Fields ");
         customFieldsFailed = !WriteCustomFields(app, values.writes);
         if (customFieldsFailed) DebugLog(app, "Custom field update / Data Ext failed ", 1);
@@ -223,15 +344,80 @@ bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
                                           : "- the check after the modify found the differences "
                                             "reported next; Undo restores the transaction."));
     }
-    ReportCheck(app, problems);
-
-    if (show) {
-        ShowStatus(app, "Sending Display Trans to QB");
-        qb::TxnDisplayModSub(app, kind, before.txnID);
-    }
-    DebugLog(app, "Do Back Ground, Exit After Display Txn Mod", 5);
+    ReportCheck(
+        app, problems,
+        "Press \"Undo last sort\" to bring the transaction back as it was before the sort.");
+    Record(app, job.journal, problems.empty() ? kJournalDone : kJournalFailed,
+           app.qb.txn.txns.size() == 1 ? app.qb.txn.txns.front().editSequence : std::string());
+    showAgain();
     DebugLog(app, "Do Sort Trans exit ", 5);
     return problems.empty();
+}
+
+bool DoSortTrans(App& app, qb::TxnKind kind, std::size_t txnIndex, bool show) {
+    const qb::TxnKindInfo& k = qb::KindInfo(kind);
+    qb::TxnState& txn = app.qb.txn;
+    if (txnIndex >= txn.txns.size()) return false;
+    WriteBackJob job;
+    job.kind = kind;
+    job.show = show;
+    // The query's rows and header, kept: the check queries the transaction again.
+    job.before = txn.txns[txnIndex];
+    job.table = txn.lines;
+    job.writeCustomFields = !app.frmMain.Checked("chkSKIPCFs");
+    if (!job.writeCustomFields && !SkippingCustomFieldsAllowed(app, job.table, job.before))
+        return false;
+    // The modify deletes every line and makes it again: what it cannot carry would be lost.
+    if (const std::vector<std::string> lost =
+            UnwritableFields(app, kind, job.table, job.before.firstLine, job.before.lineCount);
+        !lost.empty()) {
+        std::string text = std::string("Pelmark did not sort ") + k.name + " " +
+                           job.before.refNumber +
+                           ": its lines hold what a sort cannot write back, so it would be lost:";
+        for (const std::string& l : lost) text += "\n" + l;
+        return Refuse(app, text + "\nNothing was changed.");
+    }
+    const auto items = LineItems(app, job.table, job.before);
+    if (!items) return false;
+    job.plan = PlanTransactionSort(app, app.frmMain, kind, txnIndex,
+                                   [&items](const std::string& name) -> const ItemRec* {
+                                       auto it = items->find(name);
+                                       return it == items->end() ? nullptr : &it->second;
+                                   });
+    if (app.previewHook && !app.previewHook(PreviewRows(job.table, job.before.firstLine,
+                                                        job.before.lineCount, job.plan))) {
+        ShowStatus(app, "The new order was not written");
+        // QuickBooks had the window closed for the sort; it shows the transaction as it was.
+        if (show) qb::TxnDisplayModSub(app, kind, job.before.txnID);
+        return false;
+    }
+
+    // The journal holds the transaction as queried before anything is sent: without it there is
+    // no way back, so the sort does not start.
+    Journal journal;
+    journal.company = app.qb.companyFileName;
+    journal.kind = k.name;
+    journal.txnID = job.before.txnID;
+    journal.refNumber = job.before.refNumber;
+    journal.editSequence = job.before.editSequence;
+    journal.transaction = job.before.ret.ToXMLString();
+    JournalPlan(journal, job.table, job.plan, ReadSortSettings(app.frmMain),
+                !job.writeCustomFields);
+    if (std::string error; !SaveJournal(app, journal, error)) {
+        const std::string text =
+            "Pelmark could not write its journal, so it did not sort (nothing "
+            "was changed): " +
+            error;
+        app.run.lastError = text;
+        ShowStatus(app, "Not sorted: no journal");
+        WriteErr(app, "ERROR\t" + text);
+        ShowMessage(app, text);
+        return false;
+    }
+    app.run.journalPath = journal.path;
+    job.journal = &journal;
+    DebugLog(app, "Journal written: " + journal.path, 3);
+    return WriteBack(app, job);
 }
 
 }  // namespace pelmark::sort

@@ -129,6 +129,7 @@ Form MakeMainFormModel() {
     // Commands and status: all that the small form shows.
     b.Command("cmdGo", "Sort", "Click here to sort the transaction");
     b.Command("cmdStop", "Stop");
+    b.Command("cmdUndo", "Undo last sort", "Put the last sorted transaction back as it was");
     b.Command("cmdSave", "Save Settings");
     b.Command("cmdEnd", "&End", "End Program");
     b.Command("cmdExpand", "Expand", "Click here to see settings");
@@ -197,6 +198,7 @@ Form MakeMainFormModel() {
     b.Check("chkWriteErrsToLog", "Write Errors To Log", {}, 1);
     b.Check("chkEUAAccepted", "Agreement Accepted");
     b.Text("txtDebugLevel", "Debug Level", "1");
+    b.Text("txtJournalsKept", "Journals Kept", "100", "How many sort journals Undo can use");
 
     b.Frame("fraKeystrokes", "Keystrokes");
     b.Check("chkDontUseSendMsg", "Don't Use Send Msg");

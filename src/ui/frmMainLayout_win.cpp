@@ -527,7 +527,7 @@ void LayoutControls(MainWindow& w) {
 
     // The commands in one row, then the status label and the message list.
     int x = margin;
-    for (const char* name : {"cmdGo", "cmdStop", "cmdSave", "cmdExpand", "cmdEnd"}) {
+    for (const char* name : {"cmdGo", "cmdStop", "cmdUndo", "cmdSave", "cmdExpand", "cmdEnd"}) {
         size_t i = w.IndexOf(name);
         int width = std::max(w.Px(84), m.Width(w.Model(i).caption) + w.Px(24));
         if (EqualsNoCase(name, "cmdExpand")) {

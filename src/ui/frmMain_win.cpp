@@ -263,7 +263,8 @@ void EndProgram(MainWindow& w, int code) {
     DestroyWindow(w.wnd);
 }
 
-void Go(MainWindow& w) {
+// Sort, or Undo last sort: one command at a time, Sort greyed while it runs.
+void Go(MainWindow& w, bool undo = false) {
     if (w.running) return;
     PullAll(w);
     HWND go = w.bound[w.IndexOf("cmdGo")].wnd;
@@ -277,7 +278,10 @@ void Go(MainWindow& w) {
             if (IsWindow(go)) EnableWindow(go, TRUE);
         }
     } done{w, go};
-    CmdGo(w.app);
+    if (undo)
+        CmdUndo(w.app);
+    else
+        CmdGo(w.app);
     PushAll(w);
 }
 
@@ -291,6 +295,8 @@ void OnCommand(MainWindow& w, int id, int code, HWND control) {
             if (code != BN_CLICKED) return;
             if (c.name == "cmdGo") {
                 Go(w);
+            } else if (c.name == "cmdUndo") {
+                Go(w, true);
             } else if (c.name == "cmdStop") {
                 CmdStop(w.app);
             } else if (c.name == "cmdSave") {

@@ -57,7 +57,16 @@ bool FaultyFileSystem::ShouldFail(const std::string& path) {
     if (failPathPart.empty() || path.find(failPathPart) == std::string::npos) return false;
     ++writes;
     if (failOnCall == 0) return true;
-    return writes >= failOnCall && writes < failOnCall + failTimes;
+    return writes == failOnCall;
+}
+
+std::string XmlEscape(const std::string& text) {
+    const std::string from = "<>&\"'";
+    const char* const to[] = {"&lt;", "&gt;", "&amp;", "&quot;", "&apos;"};
+    std::string out;
+    for (char c : text)
+        out += from.find(c) == std::string::npos ? std::string(1, c) : to[from.find(c)];
+    return out;
 }
 
 FileResult FaultyFileSystem::WriteAll(const std::string& p, const std::string& d) {

@@ -96,7 +96,6 @@ class FaultyFileSystem : public FileSystem {
 
     std::string failPathPart;
     int failOnCall = 0;
-    int failTimes = 1;  // how many calls fail, from failOnCall on
     FileStatus failStatus = FileStatus::HeldByOther;
     int writes = 0;
 
@@ -121,6 +120,9 @@ class TempDir {
   private:
     std::filesystem::path dir_;
 };
+
+// Text as XML element text or attribute value.
+std::string XmlEscape(const std::string& text);
 
 // An App on fakes whose data folder is a fresh temporary folder.
 struct TestApp {

@@ -25,27 +25,6 @@ std::string WithRequestID(std::string element, const std::string& requestID) {
     return element.replace(start, end - start, requestID);
 }
 
-// Text as an XML attribute value.
-std::string Attr(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '"':
-                out += "&quot;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
 }  // namespace
 
 // ---- ScriptedQbTransport ------------------------------------------------------------------
@@ -144,7 +123,7 @@ std::string QbxmlAnswer(const std::vector<std::string>& responses) {
 std::string Rs(const std::string& name, int code, const std::string& severity,
                const std::string& message, const std::string& body, const std::string& requestID) {
     return "<" + name + " requestID=\"" + requestID + "\" statusCode=\"" + std::to_string(code) +
-           "\" statusSeverity=\"" + severity + "\" statusMessage=\"" + Attr(message) + "\">" +
+           "\" statusSeverity=\"" + severity + "\" statusMessage=\"" + XmlEscape(message) + "\">" +
            body + "</" + name + ">";
 }
 

@@ -2,6 +2,8 @@
 #include "fakes/sortRig.h"
 
 #include <filesystem>
+#include <functional>
+#include <sstream>
 
 #include "app/run.h"
 #include "ui/frmMain.h"
@@ -13,7 +15,7 @@ qb::TransportResult TamperingTransport::ProcessRequest(const std::string& ticket
                                                        std::string* response) {
     const std::string sent = edit ? edit(request) : request;
     requests.push_back(sent);
-    if (fail && fail(sent)) return {false, 0x80040408, "QuickBooks is not running"};
+    if (stopAt > 0 && static_cast<int>(requests.size()) >= stopAt) throw Stopped{};
     return inner_.ProcessRequest(ticket, sent, response);
 }
 
@@ -112,6 +114,29 @@ bool SortRig::InDebugLog(const std::string& text) const {
 
 int SortRig::DisplayRequests() const {
     return static_cast<int>(Company().DisplayRequests().size());
+}
+
+std::string SortRig::Content() const {
+    const sim::Company company = Company();
+    pugi::xml_document doc;
+    doc.append_copy(company.FindTxn(qb.txn.kind, qb.txn.txnID));
+    std::function<void(pugi::xml_node)> strip = [&](pugi::xml_node n) {
+        for (const char* name : {"TxnLineID", "EditSequence", "TimeModified"})
+            while (n.child(name)) n.remove_child(name);
+        for (pugi::xml_node c : n.children()) strip(c);
+    };
+    strip(doc);
+    std::ostringstream out;
+    doc.save(out);
+    return out.str();
+}
+
+void SortRig::Fault(int request, const std::string& kind) {
+    sim::Company company = Company();
+    pugi::xml_node fault = company.Root().append_child("QBSimFault");
+    fault.append_attribute("request").set_value(request);
+    fault.append_attribute("kind").set_value(kind.c_str());
+    company.SaveFile(companyPath);
 }
 
 }  // namespace pelmark::test

@@ -14,7 +14,7 @@ namespace pelmark::test {
 inline const std::string kSampleCompany = std::string(PELMARK_SOURCE_DIR) + "/samples/company.xml";
 inline const std::string kSampleSettings = std::string(PELMARK_SOURCE_DIR) + "/samples/Pelmark.ini";
 
-// Passes every call to qbsim; `edit` may change a request before it goes, `fail` may refuse it.
+// Passes every call to qbsim; `edit` may change a request before it goes.
 class TamperingTransport : public qb::QbTransport {
   public:
     explicit TamperingTransport(qb::QbTransport& inner) : inner_(inner) {}
@@ -37,12 +37,15 @@ class TamperingTransport : public qb::QbTransport {
     qb::TransportResult CloseConnection() override { return inner_.CloseConnection(); }
 
     std::function<std::string(const std::string&)> edit;
-    std::function<bool(const std::string&)> fail;  // true: the call fails as a lost connection
+    int stopAt = 0;  // the request at which the program is stopped (Stopped is thrown); 0 never
     std::vector<std::string> requests;
 
   private:
     qb::QbTransport& inner_;
 };
+
+// Thrown by the transport at its stopAt request: the process ended there.
+struct Stopped {};
 
 struct SortRig {
     // QuickBooks with `ref` open (the first sales transaction when empty), over a copy of
@@ -66,6 +69,11 @@ struct SortRig {
     bool Shown(const std::string& text) const;  // a message box showed a text containing it
     bool InDebugLog(const std::string& text) const;
     int DisplayRequests() const;
+    // The open transaction field for field: its XML without what QuickBooks renews on every
+    // save (TxnLineID, EditSequence, TimeModified).
+    std::string Content() const;
+    // Puts <QBSimFault request="K" kind=.../> into the company file.
+    void Fault(int request, const std::string& kind);
 
     TestApp t;
     App& app;

@@ -525,5 +525,36 @@ TEST(GuiTest, SortPressedInTheWindowSortsTheTransactionOpenInQuickBooks) {
     }
 }
 
+// Undo last sort in the window puts the sorted invoice back in its first order, shown again.
+TEST(GuiTest, UndoLastSortPutsTheTransactionBack) {
+    DesktopSortRig rig({"invoice", "3001"});
+    Gui gui(
+        ";Ver=1.0.1\r\n[frmMain]\r\ncboSortField(0)=Item Full "
+        "Name\r\nchkSortDesc(0)=1\r\nchkEUAAccepted=1\r\n");
+    ASSERT_NE(gui.main, nullptr);
+    const std::vector<std::string> before = rig.Items();
+    for (const char* button : {"cmdGo", "cmdUndo"}) {
+        // QuickBooks comes to the front when it shows the transaction again.
+        SetForegroundWindow(gui.main);
+        WaitFor([&] { return GetForegroundWindow() == gui.main; }, 2000);
+        Click(gui.Control(button));
+        WaitFor([&] { return IsWindowEnabled(gui.Control("cmdGo")) == FALSE; }, 5000);
+        EXPECT_TRUE(WaitFor(
+            [&] {
+                if (Box box = gui.CurrentBox(); box.wnd != nullptr) Gui::Answer(box, IDYES);
+                return IsWindowEnabled(gui.Control("cmdGo")) != FALSE;
+            },
+            120000));
+        EXPECT_EQ(rig.Items() == before, std::string(button) == "cmdUndo");
+    }
+    EXPECT_EQ(rig.LineTuples(), rig.tuplesBefore());
+    EXPECT_EQ(TextOf(gui.Control("lblStatus")).rfind("Undo done: Invoice 3001", 0), 0u);
+    SetForegroundWindow(gui.main);
+    WaitFor([&] { return GetForegroundWindow() == gui.main; }, 2000);
+    TakeScreenshot("gui-undo-after");
+    PostMessageW(gui.main, WM_CLOSE, 0, 0);
+    EXPECT_TRUE(gui.program().Ended(10000));
+}
+
 }  // namespace
 }  // namespace pelmark::test
