@@ -33,8 +33,6 @@ TEST(AuxFormsTest, SplashShowsBuildPlatformAndWorkingFolder) {
         {"Microsoft Windows XP", "5.1", false},
         {"Microsoft Windows Server 2003", "5.2", false},
         {"Windows Vista (TM) Business", "6.0", true},
-        {"Windows Server (R) 2008 Standard", "6.0", true},
-        {"Windows 7 Professional", "6.1", true},
         {"Windows 10 Pro", "6.3", true},
     };
     for (const Case& c : cases) {
@@ -94,9 +92,7 @@ TEST(AuxFormsTest, KilobyteSizesAndTransactionLogName) {
         {0, "0K"},
         {511, "0K"},
         {512, "1K"},
-        {1536, "2K"},
         {1023 * 1024, "1,023K"},
-        {999'999 * 1024ull, "999,999K"},
         {1'000'000 * 1024ull, "1,000,000K"},
         {1'234'567'890ull, "1,205,633K"},
     };

@@ -13,7 +13,6 @@
 #include "fakes/fakes.h"
 #include "fakes/sortRig.h"
 #include "screen/WindowsStuff.h"
-#include "sim/company.h"
 #include "sim/simDesktop.h"
 
 namespace pelmark::screen {
@@ -418,82 +417,6 @@ TEST_F(ScreenTrnsTest, DescribesTheScreenForSupport) {
     sc.qbRunning = false;
     Open(sc);
     EXPECT_EQ(DescribeScreen(t.app, found), std::vector<std::string>{"quickbooks: none"});
-}
-
-// ---- The simulated desktop itself -----------------------------------------------------------
-
-using SimDesktopTest = ScreenTrnsTest;
-
-TEST_F(SimDesktopTest, FieldsAnswerSelectCopyTypeAndSave) {
-    SimDesktop& d = Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice)});
-    Hwnd invoice = d.TrnsWindow(TrnsKind::Invoice);
-    d.SendKeys("%j", true);
-    EXPECT_EQ(d.lostKeys, std::vector<std::string>{"%j"}) << "QuickBooks is not in front yet";
-    ASSERT_TRUE(d.AppActivate("Rock Castle"));
-    d.SendKeys("%j{TAB 4}", true);
-    EXPECT_EQ(d.FocusedField(invoice), 4);
-    d.SendKeys("(^{HOME})+{END}^c", true);
-    EXPECT_EQ(d.GetClipboardText(), "1001");
-    d.SendKeys("{END}{BS}2", true);
-    EXPECT_EQ(d.FieldText(invoice, 4), "1002");
-    d.SendKeys("{HOME}^c", true);  // nothing selected: the clipboard keeps what it had
-    EXPECT_EQ(d.GetClipboardText(), "1001");
-
-    d.SetRefuseClose(invoice, true);
-    d.SendKeys("%a", true);
-    EXPECT_TRUE(d.IsWindow(invoice));
-    d.SetRefuseClose(invoice, false);
-    d.SendKeys("%a", true);
-    EXPECT_FALSE(d.IsWindow(invoice));
-    EXPECT_EQ(d.altACount, 2);
-    ASSERT_EQ(d.saves.size(), 1u);
-    EXPECT_EQ(d.saves[0].header.at(4), "1002");
-    EXPECT_EQ(d.GetMdiActiveChild(d.MdiClient()), 0u);
-
-    d.SendKeys("%a", true);
-    EXPECT_EQ(d.lostKeys.back(), "%a") << "no transaction window is left to take it";
-    EXPECT_FALSE(d.SendKeys("{BAD}", true));
-
-    // A display request opens the window again, as the active one.
-    Hwnd again = d.OpenTransactionWindow(MakeTrnsWindow(TrnsKind::Invoice, kInvoice));
-    EXPECT_EQ(d.GetMdiActiveChild(d.MdiClient()), again);
-}
-
-TEST(SimScreenLinesTest, TheLineGridShowsStoredLinesGroupsAndPercentRatesInOrder) {
-    sim::Company company;
-    ASSERT_TRUE(company.LoadFile(PELMARK_SOURCE_DIR "/samples/company.xml").ok());
-    EXPECT_EQ(sim::TxnIDByRefNumber(company, "Invoice", "3003"), "2D0-1710766800");
-    EXPECT_EQ(sim::TxnIDByRefNumber(company, "Estimate", "3003"), "");
-    auto txn = sim::ReadTxnForScreen(company, "Invoice", "2D0-1710766800");
-    ASSERT_TRUE(txn);
-    EXPECT_EQ(txn->header.customer, "Grant Builders:Lakeview Remodel");
-    EXPECT_EQ(txn->header.number, "3003");
-    std::vector<std::string> items;
-    for (const sim::ScreenLine& l : txn->lines) items.push_back(l.item);
-    // A group's own row, then its lines; blank and description-only lines keep their rows.
-    const std::vector<std::string> expected{"Design Review",
-                                            "",
-                                            "",
-                                            "Starter Kit",
-                                            "Widget",
-                                            "Bracket 2in",
-                                            "Bolt M6",
-                                            "Service Bundle",
-                                            "Installation",
-                                            "Labor",
-                                            "",
-                                            "Subtotal",
-                                            "10% Discount",
-                                            "",
-                                            "Cabinet Pull"};
-    EXPECT_EQ(items, expected);
-    const sim::ScreenLine& group = txn->lines[3];
-    EXPECT_EQ(group.desc, "Starter kit: widget, brackets and bolts");
-    EXPECT_EQ(group.quantity, "2");
-    EXPECT_EQ(group.amount, "40.60");
-    EXPECT_EQ(txn->lines[4].rate, "12.50");
-    EXPECT_EQ(txn->lines[12].rate, "-10.00%");
-    EXPECT_EQ(txn->lines[12].amount, "-65.56");
 }
 
 }  // namespace
