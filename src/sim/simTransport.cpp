@@ -2,6 +2,9 @@
 #include "sim/simTransport.h"
 
 #include <cstdio>
+#include <fstream>
+#include <functional>
+#include <iterator>
 #include <random>
 #include <system_error>
 
@@ -153,17 +156,23 @@ std::string SimTransport::TakeFault() {
     return kind;
 }
 
+// The file's bytes, not its time: a save within the same tick as the last one (Wine's file
+// times, a test that edits the company between two requests) keeps the time and the size.
+std::size_t SimTransport::FileDigest(bool* ok) const {
+    std::ifstream in(fs::path(path_), std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (ok) *ok = static_cast<bool>(in) || in.eof();
+    return std::hash<std::string>{}(bytes);
+}
+
 void SimTransport::RememberFileState() {
-    std::error_code ec;
-    loadedTime_ = fs::last_write_time(fs::path(path_), ec);
-    loadedSize_ = fs::file_size(fs::path(path_), ec);
+    loadedDigest_ = FileDigest(nullptr);
 }
 
 bool SimTransport::FileChanged() const {
-    std::error_code ec1, ec2;
-    auto time = fs::last_write_time(fs::path(path_), ec1);
-    auto size = fs::file_size(fs::path(path_), ec2);
-    return ec1 || ec2 || time != loadedTime_ || size != loadedSize_ || !company_.IsLoaded();
+    bool ok = false;
+    const std::size_t digest = FileDigest(&ok);
+    return !ok || digest != loadedDigest_ || !company_.IsLoaded();
 }
 
 }  // namespace pelmark::sim

@@ -2,6 +2,7 @@
 // request processor's order of calls and its failures.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -57,6 +58,7 @@ class SimTransport : public qb::QbTransport {
     qb::TransportResult CheckTicket(const char* call, const std::string& ticket) const;
     qb::TransportResult Load(const char* call);
     void RememberFileState();
+    std::size_t FileDigest(bool* ok) const;
     bool FileChanged() const;
     // The fault that fires on this request set ("" for none); removes it from the file.
     std::string TakeFault();
@@ -67,9 +69,8 @@ class SimTransport : public qb::QbTransport {
     bool connected_ = false;
     std::string ticket_;  // empty when no session is open
     unsigned sessions_ = 0;
-    std::filesystem::file_time_type loadedTime_{};
-    std::uintmax_t loadedSize_ = 0;
-    int faultCount_ = 0;  // request sets since the fault in the file was first seen
+    std::size_t loadedDigest_ = 0;  // of the file's bytes as last loaded or saved
+    int faultCount_ = 0;            // request sets since the fault in the file was first seen
 };
 
 }  // namespace pelmark::sim
