@@ -27,8 +27,14 @@ qb::TxnKind KindByName(const std::string& name) {
     return qb::TxnKind::None;
 }
 
-// The newest journal of a sort that can be undone.
+// The sort this program made last, while it can still be undone; otherwise the newest journal of
+// a sort that can be undone. Journals are named to the second, so another run's sort in the same
+// second could otherwise be taken for this one's.
 std::string NewestJournal(App& app) {
+    if (const std::string& own = app.run.journalPath; !own.empty()) {
+        const JournalRead r = LoadJournal(app, own);
+        if (r.ok && r.journal.state != kJournalUndone) return own;
+    }
     for (const Journal& j : ListJournals(app))
         if (j.state != kJournalUndone) return j.path;
     return {};
