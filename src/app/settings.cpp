@@ -307,9 +307,9 @@ std::optional<std::string> DecodeSettings(std::string_view raw, std::string* pro
         *problem = "it is UTF-32; save it as UTF-8 or UTF-16 (Unicode)";
         return std::nullopt;
     }
+    std::string out;  // outlives `raw`, which points into it once UTF-16 is decoded
     if (starts("\xFF\xFE") || starts("\xFE\xFF")) {
         const bool little = raw[0] == '\xFF';
-        std::string out;
         for (std::size_t i = 2; i + 1 < raw.size(); i += 2) {
             const auto a = static_cast<unsigned char>(raw[i]),
                        b = static_cast<unsigned char>(raw[i + 1]);
@@ -336,7 +336,7 @@ std::optional<std::string> DecodeSettings(std::string_view raw, std::string* pro
         return std::nullopt;
     }
     if (IsUtf8(raw)) return std::string(raw);
-    std::string out;  // Windows-1252 read as Latin-1, which agrees on every letter it has
+    out.clear();  // Windows-1252 read as Latin-1, which agrees on every letter it has
     for (char c : raw) AppendUtf8(out, static_cast<unsigned char>(c));
     return out;
 }
