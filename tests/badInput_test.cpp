@@ -68,6 +68,7 @@ TEST(BadInput, EachIsNamedAndTheCompanyKept) {
         {"[frmMain]\ncboSortField(0)=Item Full Name\nno record\n", "", "invalid ini record #=3"},
         {"", "", "There is nothing to sort by"},
         {"[frmMain]\ntxtBlankLines=1\n", "", "There is nothing to sort by"},
+        {sample + "\n[frmMain]\ntxtJournalsKept=abc\n", "", "txtJournalsKept(abc): Invalid number"},
         {sample, "!INVITEM\tNAME\tINVITEMTYPE\tDESC\nINVITEM\tWidget\tPART\tA widget\n",
          "has no PRICE column"},
     };

@@ -15,6 +15,7 @@
 
 #include "fakes/sortRig.h"
 #include "sim/processor.h"
+#include "ui/frmMain.h"
 
 namespace pelmark::test {
 namespace {
@@ -257,11 +258,17 @@ void CheckCase(unsigned seed) {
     const int count = std::atoi(rig.app.frmMain.Text("txtBlankLines").c_str());
     if (rig.app.frmMain.Checked("optBlankLinesNone") || count == 0)
         EXPECT_EQ(blanks(before.signatures), blanks(after.signatures));
-    else {
-        std::ptrdiff_t kept = 0;  // a blank line a discount applies to stays
-        for (std::size_t i = 1; i < before.signatures.size(); ++i)
-            kept += IsBlank(before.signatures[i - 1]) && IsDiscount(before.signatures[i]);
-        EXPECT_EQ((blanks(after.signatures) - kept) % count, 0);
+    else if (!skipCFs) {
+        // New blank lines come in whole sets; the one a discount applies to stays above it.
+        const std::vector<std::string>& v = after.signatures;
+        for (std::size_t i = 0, j = 0; i < v.size(); i = std::max(i + 1, j)) {
+            for (j = i; j < v.size() && IsBlank(v[j]); ++j) {
+            }
+            const std::size_t run = j - i, extra = j < v.size() && IsDiscount(v[j]) ? 1 : 0;
+            EXPECT_TRUE(run % count == 0 || (extra && (run - 1) % count == 0))
+                << "a run of " << run << " blank lines at " << i << "\n"
+                << rig.Table();
+        }
     }
     EXPECT_EQ(before.totals, after.totals) << rig.Table();
 
@@ -283,6 +290,18 @@ void CheckCase(unsigned seed) {
         EXPECT_EQ(above(before.signatures), above(after.signatures)) << rig.Table();
     }
     EXPECT_TRUE(rig.app.run.checkProblems.empty());
+
+    // Sorting a sorted transaction again changes nothing. (Not by tax code: a line without
+    // one sorts under the tax code of the line above it, and that line changes with the sort.
+    // Nor once custom-field values were skipped: the order may have used them.)
+    bool byTaxCode = false;
+    for (int i = 0; i < ui::kSortLevels; ++i)
+        byTaxCode |= rig.app.frmMain.Find("cboSortField", i)->text == "Tax Code";
+    if (!::testing::Test::HasFailure() && !byTaxCode && !skipCFs) {
+        rig.Open(ref, kind);
+        ASSERT_TRUE(rig.Go()) << rig.app.run.status << "\n" << rig.Table();
+        EXPECT_EQ(after.signatures, Read(rig.Company(), kind, ref, true).signatures) << rig.Table();
+    }
 }
 
 TEST(SortProperty, RandomTransactionsLoseNothingAndKeepTheirTotals) {

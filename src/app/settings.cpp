@@ -14,6 +14,7 @@
 #include "app/text.h"
 #include "app/version.h"
 #include "ui/form.h"
+#include "ui/frmMain.h"
 
 namespace pelmark {
 
@@ -438,9 +439,7 @@ void ReadIni(App& app, ui::Form& form, const ReadIniOptions& options) {
         }
         // A number box given text is a value of the wrong type: kept, and reported with the
         // values not found, once.
-        std::optional<std::string> wrongType;
-        if (EqualsNoCase(key.name, "txtBlankLines")) wrongType = CheckBlankLines(value);
-        if (EqualsNoCase(key.name, "txtDebugLevel")) wrongType = CheckDebugLevel(value);
+        const std::optional<std::string> wrongType = ui::CheckMainField(key.name, value);
         if (!Apply(form, *control, value) || wrongType) {
             notFoundValues.push_back(keyText + "(" + value + ")" +
                                      (wrongType ? ": " + *wrongType : std::string()));

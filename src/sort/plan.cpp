@@ -58,17 +58,21 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
 
     const int blanks =
         settings.blankLines == BlankLines::None ? 0 : std::max(0, settings.blankCount);
-    // Blank lines an earlier sort added (nothing on them at all) go before new ones come in, so
-    // that sorting a sorted transaction again changes nothing.
-    // One that a discount applies to stays: the discount would apply to another line.
-    auto spent = [&](std::size_t p) {
+    // A blank line with nothing on it at all. One right above a discount is what the discount
+    // applies to: it discounts nothing, and it stays, with the discount under it, where it is
+    // (dropped, the discount would apply to another line and change the total).
+    auto empty = [&](std::size_t p) {
         const qb::TxnLine& row = *lines[p];
-        if (blanks == 0 || row.lineType != qb::kLineBlank || !row.amount.empty()) return false;
-        if (p + 1 < lines.size() && ClassifyRow(*lines[p + 1], items) == RowRole::Discount)
-            return false;
-        return std::all_of(row.customFields.begin(), row.customFields.end(),
+        return row.lineType == qb::kLineBlank && row.amount.empty() &&
+               std::all_of(row.customFields.begin(), row.customFields.end(),
                            [](const qb::TxnCustomField& f) { return f.value.empty(); });
     };
+    auto aboveDiscount = [&](std::size_t p) {
+        return p + 1 < lines.size() && ClassifyRow(*lines[p + 1], items) == RowRole::Discount;
+    };
+    // Every other empty line is one an earlier sort added; they go before new ones come in, so
+    // that sorting a sorted transaction again changes nothing.
+    auto spent = [&](std::size_t p) { return blanks > 0 && empty(p) && !aboveDiscount(p); };
 
     // Units in incoming order. A discount (and, with keepBlankItems, a blank or description
     // line) joins the unit above it; a subtotal starts a fixed unit that bounds the sections.
@@ -83,8 +87,12 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
             continue;
         }
         // A discount with no line above it discounts nothing; moved under a line it would
-        // discount that line and change the total, so it stays where it is.
-        units.push_back({{p}, role == RowRole::Subtotal || role == RowRole::Discount});
+        // discount that line and change the total, so it stays where it is. So does a kept
+        // blank or description line with nothing above it: moved, it would join the line above
+        // it when sorted again.
+        const bool fixed = role == RowRole::Subtotal || role == RowRole::Discount || attaches ||
+                           (empty(p) && aboveDiscount(p));
+        units.push_back({{p}, fixed});
     }
 
     log("Do Back Ground Sort count=" + std::to_string(keys.size()));
@@ -105,18 +113,21 @@ SortPlan BuildSortPlan(const std::vector<qb::TxnLine>& table, std::size_t first,
                          });
     }
 
-    auto addBlanks = [&](BlankLines where) {
+    auto addBlanks = [&](BlankLines where, int have) {
         if (settings.blankLines != where) return;
-        for (int i = 0; i < blanks; ++i) plan.steps.push_back({PlanStep::Kind::Blank, 0, false});
+        for (int i = have; i < blanks; ++i) plan.steps.push_back({PlanStep::Kind::Blank, 0, false});
     };
     for (std::size_t u : order) {
-        addBlanks(BlankLines::Before);
+        // The empty line kept above a discount counts as one of the blank lines before it, as
+        // it would be after a sort that put new ones there.
+        const std::size_t head = units[u].positions.front();
+        addBlanks(BlankLines::Before, units[u].fixed && empty(head) ? 1 : 0);
         bool startOfUnit = true;
         for (std::size_t p : units[u].positions) {
             plan.steps.push_back({PlanStep::Kind::Row, top[p], startOfUnit});
             startOfUnit = false;
         }
-        addBlanks(BlankLines::After);
+        addBlanks(BlankLines::After, 0);
     }
     log("Do Back Groupd End of Sort");
 

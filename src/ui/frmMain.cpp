@@ -298,6 +298,12 @@ std::optional<std::string> CheckLinesMax(const std::string& text) {
     return std::string("Invalid number. Must be between ") + "1" + "-" + "9999" + " " + reason;
 }
 
+std::optional<std::string> CheckJournalsKept(const std::string& text) {
+    std::string reason;
+    if (ValidateField(text, FieldLimits{1, 10000, false, true}, &reason)) return std::nullopt;
+    return std::string("Invalid number. Must be between ") + "1" + "-" + "10000" + " " + reason;
+}
+
 struct FieldCheck {
     const char* name;
     std::optional<std::string> (*check)(const std::string&);
@@ -306,6 +312,7 @@ constexpr FieldCheck kFieldChecks[] = {
     {"txtBlankLines", CheckBlankLines},
     {"txtDebugLevel", CheckDebugLevel},
     {"txtLinesMax", CheckLinesMax},
+    {"txtJournalsKept", CheckJournalsKept},
 };
 
 const FieldCheck* FindFieldCheck(const std::string& name) {
