@@ -645,9 +645,23 @@ void FitListColumns(WindowHandle list) {
     HWND h = static_cast<HWND>(list);
     HWND header = reinterpret_cast<HWND>(SendMessageW(h, LVM_GETHEADER, 0, 0));
     const int columns = static_cast<int>(SendMessageW(header, HDM_GETITEMCOUNT, 0, 0));
-    // Each column as wide as its widest text or heading; the last one fills what is left.
-    for (int col = 0; col < columns; ++col)
-        SendMessageW(h, LVM_SETCOLUMNWIDTH, col, LVSCW_AUTOSIZE_USEHEADER);
+    // Each column as wide as its widest text and its heading (Wine's LVSCW_AUTOSIZE_USEHEADER
+    // leaves the heading out but for the last column); the last one fills what is left.
+    for (int col = 0; col < columns; ++col) {
+        wchar_t heading[64] = {};
+        LVCOLUMNW lc = {};
+        lc.mask = LVCF_TEXT;
+        lc.pszText = heading;
+        lc.cchTextMax = 64;
+        SendMessageW(h, LVM_GETCOLUMNW, col, reinterpret_cast<LPARAM>(&lc));
+        SendMessageW(h, LVM_SETCOLUMNWIDTH, col,
+                     col + 1 < columns ? LVSCW_AUTOSIZE : LVSCW_AUTOSIZE_USEHEADER);
+        const int headingWidth = static_cast<int>(SendMessageW(h, LVM_GETSTRINGWIDTHW, 0,
+                                                               reinterpret_cast<LPARAM>(heading))) +
+                                 16;
+        if (SendMessageW(h, LVM_GETCOLUMNWIDTH, col, 0) < headingWidth)
+            SendMessageW(h, LVM_SETCOLUMNWIDTH, col, headingWidth);
+    }
 }
 
 bool ShowPreview(App& app, WindowHandle owner, const std::vector<std::vector<std::string>>& table) {
