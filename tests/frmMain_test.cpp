@@ -1,11 +1,13 @@
-// The main form's commands and checks that need no window: Save with the form's position, the
-// numeric field checks, and the control ids the window and its tests share.
+// The main form without a window: its control set (names, option groups, what is saved, the
+// control ids the window and its tests share), Save with the form's position, the field checks.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
 #include "app/text.h"
 #include "fakes/fakes.h"
+#include "screen/WindowsStuff.h"
 #include "ui/frmMain.h"
 
 namespace pelmark::ui {
@@ -49,12 +51,8 @@ TEST(MainFormChecks, NumericFieldsRefuseWithTheirMessages) {
         const char *field, *text;
         const char* message;  // nullptr: accepted
     } cases[] = {
-        {"txtBlankLines", "0", nullptr},
-        {"txtBlankLines", "10", "Invalid number. Must be between 0-9 Out of valid Range"},
-        {"txtBlankLines", "x", "Invalid number. Must be between 0-9 Not numeric"},
+        // The blank-line and debug-level checks' own texts are the settings file's tests.
         {"TXTBLANKLINES", "", "Invalid number. Must be between 0-9 Is Blank"},
-        {"txtDebugLevel", "5", nullptr},
-        {"txtDebugLevel", "-1", "Invalid -1"},
         {"txtLinesMax", "0", "Invalid number. Must be between 1-9999 Out of valid Range"},
         {"txtLinesMax", "2.5", "Invalid number. Must be between 1-9999 Not numeric"},
         {"txtRefNo", "anything", nullptr},
@@ -63,23 +61,62 @@ TEST(MainFormChecks, NumericFieldsRefuseWithTheirMessages) {
         EXPECT_EQ(CheckMainField(c.field, c.text).value_or("(accepted)"),
                   c.message ? c.message : "(accepted)")
             << c.field << "=" << c.text;
-    EXPECT_TRUE(HasFieldCheck("txtLinesMax"));
     EXPECT_FALSE(HasFieldCheck("txtRefNo"));
 }
 
-TEST(MainFormIds, EveryControlHasItsOwnIdFromItsPlaceInTheModel) {
-    const Form form = MakeMainFormModel();
+TEST(MainForm, FindsByNameInAnyCaseAndKeepsOptionGroupsExclusive) {
+    Form f = MakeMainFormModel();
+    ASSERT_NE(f.Find("CMDGO"), nullptr);
+    EXPECT_EQ(f.Find("cmdgo"), f.Find("cmdGo"));
+    EXPECT_EQ(f.Find("cboSortField"), nullptr);  // an array needs its index
+    EXPECT_EQ(f.Find("cboSortField", kSortLevels), nullptr);
+    EXPECT_TRUE(f.IsArray("CBOSORTFIELD"));
+    EXPECT_FALSE(f.IsArray("cmdGo"));
+
+    f.SetOption(*f.Find("optSalesOrder"), true);
+    f.SetOption(*f.Find("optBlankLinesAfter"), true);
+    const std::map<std::string, bool> want = {{"optSalesOrder", true},
+                                              {"optInvoice", false},
+                                              {"optBlankLinesAfter", true},
+                                              {"optBlankLinesNone", false},
+                                              {"optStopOnInfo", true}};
+    for (const auto& [name, on] : want) EXPECT_EQ(f.Checked(name), on) << name;
+}
+
+TEST(MainForm, Invariants) {
+    const Form f = MakeMainFormModel();
+    std::map<std::string, int> setPerGroup;
     std::set<int> ids;
-    for (const Control& c : form.controls()) {
-        int id = MainControlId(form, c.name, c.index);
-        EXPECT_GE(id, kFirstControlId);
+    for (const Control& c : f.controls()) {
+        // Every control has its own id from its place in the model.
+        const int id = MainControlId(f, c.name, c.index);
         EXPECT_LT(id, 0xFFFF);  // Windows keeps 0xFFFF for static controls
-        EXPECT_EQ(&form.controls()[static_cast<size_t>(id - kFirstControlId)], &c);
-        ids.insert(id);
+        EXPECT_EQ(&f.controls().at(static_cast<size_t>(id - kFirstControlId)), &c) << c.name;
+        EXPECT_TRUE(ids.insert(id).second) << c.name;
+        if (c.kind == ControlKind::OptionButton) setPerGroup[c.group] += c.value;
+        if (c.kind == ControlKind::UpDown) {
+            // Every up-down sets a saved label, and is not saved itself.
+            const Control* label = f.Find(c.buddy);
+            ASSERT_NE(label, nullptr) << c.name;
+            EXPECT_EQ(c.name, "UpDown" + c.buddy);
+            EXPECT_TRUE(label->holdsSetting && !c.holdsSetting) << c.name;
+            EXPECT_EQ(std::to_string(c.value), label->caption) << c.name;
+        }
+        // Commands, the run's texts and the batch's choices are never saved.
+        const bool transient = c.kind == ControlKind::CommandButton ||
+                               c.kind == ControlKind::Frame || c.kind == ControlKind::Grid ||
+                               c.kind == ControlKind::TabStrip || c.name == "txtRefNo" ||
+                               c.name == "lstMsgs" || c.name == "lblStatus" ||
+                               c.frame == "fraBatch";
+        EXPECT_TRUE(!transient || !c.holdsSetting) << c.name;
     }
-    EXPECT_EQ(ids.size(), form.controls().size());
-    EXPECT_EQ(MainControlId(form, "cmdNoSuch"), 0);
-    EXPECT_EQ(MainControlId(form, "cboSortField"), 0);  // an array needs its index
+    EXPECT_EQ(MainControlId(f, "cmdNoSuch"), 0);
+    // Transaction type, blank lines and stop level: one button set in each.
+    EXPECT_EQ(setPerGroup,
+              (std::map<std::string, int>{
+                  {"fraTransType", 1}, {"fraBlankLines", 1}, {"fraStopOnErrorLevel", 1}}));
+    EXPECT_EQ(f.Find("lstOptionsInternal")->list.at(screen::kOptFullScreenMode),
+              "chkFullScreenMode");
 }
 
 }  // namespace

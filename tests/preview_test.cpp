@@ -6,6 +6,7 @@
 #include "app/batch.h"
 #include "fakes/sortRig.h"
 #include "sort/preview.h"
+#include "ui/frmMain.h"
 
 namespace pelmark::test {
 namespace {
@@ -36,31 +37,55 @@ TEST(SortRun, PreviewShowsTheNewOrderAndWritesOnlyWhenAccepted) {
     }
 }
 
+// The Batch page's Start: the same batch as the command line's, its message in the page.
 TEST(SortRun, BatchSortsADateRangeOnceAndSaysWhy) {
     SortRig rig("3001");
     rig.Levels({"Item Full Name"});
-    BatchOptions o{qb::TxnKind::Invoice, "2024-03-01", "2024-03-31", "", true};
-    auto results = [&](const BatchOptions& options, std::size_t stopAfter = 99) {
-        std::string error, out;
-        for (const BatchItem& i : RunBatch(
-                 rig.app, options,
-                 [&](std::size_t done, std::size_t, const BatchItem&) { return done < stopAfter; },
-                 error))
-            out += i.refNumber + " " + i.result + (i.failed ? "!" : "") + "; ";
-        return error.empty() ? out : error;
+    auto batch = [&](std::size_t stopAfter = 99) {
+        std::string out;
+        const std::string message =
+            ui::CmdBatch(rig.app, [&](std::size_t done, std::size_t, const BatchItem& i) {
+                out += i.refNumber + " " + i.result + (i.failed ? "!" : "") + "; ";
+                return done < stopAfter;
+            });
+        EXPECT_EQ(rig.app.frmMain.Caption("lblBatchMessage"), message);
+        return out + message;
     };
+    rig.Set("txtBatchFrom", " 2024-03-01");
+    rig.Set("txtBatchTo", "2024-03-31");
+    rig.Check("chkBatchDryRun", true);
     const std::string before = rig.Table();
-    EXPECT_EQ(results(o),
+    EXPECT_EQ(batch(),
               "3001 would be sorted; 3002 would be sorted; 3003 would be sorted; "
-              "3004 would be sorted; ");
+              "3004 would be sorted; 4 of 4 transactions done: 4 would be sorted");
     EXPECT_EQ(rig.Table(), before);
-    o.dryRun = false;
-    EXPECT_EQ(results(o, 1), "3001 sorted; ");  // Stop between transactions
-    EXPECT_EQ(results(o), "3001 already in order; 3002 sorted; 3003 sorted; 3004 sorted; ");
+    rig.Check("chkBatchDryRun", false);
+    EXPECT_EQ(batch(1), "3001 sorted; 1 of 4 transactions done: 1 sorted (stopped)");
+    EXPECT_EQ(batch(),
+              "3001 already in order; 3002 sorted; 3003 sorted; 3004 sorted; "
+              "4 of 4 transactions done: 1 already in order, 3 sorted");
     EXPECT_EQ(rig.Items(), (std::vector<std::string>{"Bracket 2in", "Freight", "Labor", "Widget"}));
     EXPECT_EQ(rig.DisplayRequests(), 0);
-    o.to = "2024-02-30";
-    EXPECT_EQ(results(o), "The date range ends (2024-02-30) before it starts (2024-03-01)");
+
+    // Choices the batch cannot take: the page says why and nothing is sent.
+    const struct {
+        const char *field, *text, *message;
+    } refused[] = {
+        {"txtBatchTo", "2024-02-30", "The date range ends (2024-02-30) before it starts"},
+        {"txtBatchFrom", "1/3/2024", "The date \"1/3/2024\" is not a date written as YYYY-MM-DD"},
+        {"txtBatchCustomer", "Nobody Ltd", "(is \"Nobody Ltd\" a customer?)"},
+        {"cboBatchKind", "Purchase Order", "Choose the kind of transaction to sort"},
+    };
+    for (const auto& r : refused) {
+        ui::Control& c = *rig.app.frmMain.Find(r.field);
+        const ui::Control kept = c;
+        rig.Set(r.field, r.text);
+        const std::size_t sent = rig.transport->requests.size();
+        EXPECT_NE(batch().find(r.message), std::string::npos) << r.field;
+        EXPECT_LE(rig.transport->requests.size(), sent + 1) << r.field;  // at most the list
+        c = kept;
+    }
+    EXPECT_EQ(rig.Items(), (std::vector<std::string>{"Bracket 2in", "Freight", "Labor", "Widget"}));
 }
 
 }  // namespace

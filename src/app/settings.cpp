@@ -187,6 +187,7 @@ bool Apply(ui::Form& form, Control& c, const std::string& value) {
             return true;
         case ControlKind::Grid:
         case ControlKind::TabStrip:
+        case ControlKind::ProgressBar:
             return false;
     }
     return false;
@@ -251,6 +252,7 @@ std::string SettingValue(const Control& c) {
         case ControlKind::Frame:
         case ControlKind::Grid:
         case ControlKind::TabStrip:
+        case ControlKind::ProgressBar:
             return c.caption;
     }
     return {};

@@ -2,7 +2,6 @@
 #include "sort/preview.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace pelmark::sort {
 
@@ -25,23 +24,33 @@ std::vector<PreviewRow> PreviewRows(const std::vector<qb::TxnLine>& table, std::
     return rows;
 }
 
-std::string PreviewTable(const std::vector<PreviewRow>& rows) {
-    auto cell = [](std::string text, std::size_t width) {
-        if (text.size() > width) text = text.substr(0, width - 1) + "~";
-        text.resize(width, ' ');
-        return text;
-    };
-    std::string out = "  new  old  " + cell("item", 24) + " " + cell("description", 30) + " " +
-                      cell("qty", 8) + " amount\n";
+std::vector<std::vector<std::string>> PreviewCells(const std::vector<PreviewRow>& rows) {
+    std::vector<std::vector<std::string>> cells = {
+        {"new", "old", "item", "description", "qty", "amount"}};
     for (std::size_t i = 0; i < rows.size(); ++i) {
         const PreviewRow& r = rows[i];
-        char positions[32];
-        if (r.oldPosition == 0)
-            std::snprintf(positions, sizeof positions, "%5zu  new", i + 1);
-        else
-            std::snprintf(positions, sizeof positions, "%5zu %4zu", i + 1, r.oldPosition);
-        out += std::string(positions) + "  " + cell(r.oldPosition ? r.item : "(blank line)", 24) +
-               " " + cell(r.desc, 30) + " " + cell(r.quantity, 8) + " " + r.amount + "\n";
+        const bool blank = r.oldPosition == 0;
+        cells.push_back({std::to_string(i + 1), blank ? "new" : std::to_string(r.oldPosition),
+                         blank ? "(blank line)" : r.item, r.desc, r.quantity, r.amount});
+    }
+    return cells;
+}
+
+std::string PreviewTable(const std::vector<PreviewRow>& rows) {
+    // Positions right-aligned, texts cut to their column with "~"; the amount runs on.
+    constexpr int kWidths[] = {5, 4, 24, 30, 8, 0};
+    constexpr const char* kGaps[] = {"", " ", "  ", " ", " ", " "};
+    std::string out;
+    for (const std::vector<std::string>& row : PreviewCells(rows)) {
+        for (std::size_t c = 0; c < row.size(); ++c) {
+            std::string text = row[c];
+            const std::size_t width = static_cast<std::size_t>(kWidths[c]);
+            if (width > 0 && text.size() > width) text = text.substr(0, width - 1) + "~";
+            if (c < 2 && text.size() < width) text.insert(0, width - text.size(), ' ');
+            if (c >= 2 && width > 0) text.resize(width, ' ');
+            out += kGaps[c] + text;
+        }
+        out += "\n";
     }
     return out;
 }

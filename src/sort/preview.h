@@ -21,6 +21,10 @@ struct PreviewRow {
 std::vector<PreviewRow> PreviewRows(const std::vector<qb::TxnLine>& table, std::size_t first,
                                     std::size_t count, const SortPlan& plan);
 
+// The rows as cells of a list, headings first: new and old position ("new" for an added blank
+// line), item, description, qty, amount.
+std::vector<std::vector<std::string>> PreviewCells(const std::vector<PreviewRow>& rows);
+
 // The rows as a table for a terminal: new and old position, item, description, qty, amount.
 std::string PreviewTable(const std::vector<PreviewRow>& rows);
 

@@ -128,6 +128,13 @@ bool ShowAgreement(App& app, WindowHandle owner);
 void ShowReadMe(App& app, WindowHandle owner);
 void ShowInternal(App& app, WindowHandle owner);
 void ShowAbout(App& app, WindowHandle owner);
+// frmPreview, modal: the new order of a transaction's lines (a table, headings first) with
+// "Write this order" and "Cancel". True only when Write this order was chosen.
+bool ShowPreview(App& app, WindowHandle owner, const std::vector<std::vector<std::string>>& table);
+// A report list view: headings of `width` pixels, rows added at the end, columns fitted.
+void AddListColumns(WindowHandle list, const std::vector<std::string>& headings, int width);
+void AddListRow(WindowHandle list, const std::vector<std::string>& cells);
+void FitListColumns(WindowHandle list);
 // The auxiliary forms start-up needs (the main form's "Loading other forms" stage): their
 // window class, and frmInternal loaded hidden.
 void LoadOtherForms(App& app, WindowHandle owner);

@@ -3,6 +3,8 @@
 // message loop with the owner disabled, as a dialog box does.
 #include <windows.h>
 
+#include <commctrl.h>  // after windows.h, whose types it uses
+
 #include <algorithm>
 #include <exception>
 #include <functional>
@@ -42,6 +44,7 @@ enum class Kind {
     Frame,      // an etched rectangle; clickable when it has a handler
     Separator,  // an etched line
     TextBox,    // a read-only text with a scroll bar
+    List,       // a read-only table: the first row of `table` holds the headings
 };
 
 struct AuxWindow;
@@ -69,6 +72,10 @@ struct ControlArgs {
         path = true;
         return std::move(*this);
     }
+    ControlArgs Table(std::vector<std::vector<std::string>> rows) && {
+        table = std::move(rows);
+        return std::move(*this);
+    }
 
     Kind kind;
     std::string name;
@@ -77,6 +84,7 @@ struct ControlArgs {
     Handler onClick;
     bool warn = false;
     bool path = false;
+    std::vector<std::vector<std::string>> table;
 };
 
 struct FormArgs {
@@ -200,6 +208,7 @@ void LayOut(AuxWindow& f) {
         SendMessageW(f.controls[i], WM_SETFONT, reinterpret_cast<WPARAM>(font), FALSE);
         SetWindowPos(f.controls[i], nullptr, f.Px(c.x), f.Py(c.y), f.Px(c.w), f.Py(c.h),
                      SWP_NOZORDER | SWP_NOACTIVATE);
+        if (c.kind == Kind::List) FitListColumns(f.controls[i]);
     }
     InvalidateRect(f.wnd, nullptr, TRUE);
 }
@@ -237,6 +246,11 @@ HWND CreateControl(AuxWindow& f, size_t i) {
             style |= ES_MULTILINE | ES_READONLY | ES_AUTOVSCROLL | WS_VSCROLL | WS_TABSTOP;
             exStyle = WS_EX_CLIENTEDGE;
             break;
+        case Kind::List:
+            cls = WC_LISTVIEWW;
+            style |= LVS_REPORT | LVS_SHOWSELALWAYS | LVS_NOSORTHEADER | WS_TABSTOP;
+            exStyle = WS_EX_CLIENTEDGE;
+            break;
     }
     HWND wnd = CreateWindowExW(
         exStyle, cls, c.kind == Kind::TextBox ? L"" : WideFromUtf8(c.text).c_str(), style, 0, 0, 0,
@@ -246,6 +260,11 @@ HWND CreateControl(AuxWindow& f, size_t i) {
         // An edit box takes 32K characters unless told otherwise; an agreement may be longer.
         SendMessageW(wnd, EM_SETLIMITTEXT, 0, 0);
         SetWindowTextW(wnd, WideFromUtf8(c.text).c_str());
+    }
+    if (wnd && c.kind == Kind::List && !c.table.empty()) {
+        SendMessageW(wnd, LVM_SETEXTENDEDLISTVIEWSTYLE, 0, LVS_EX_FULLROWSELECT | LVS_EX_GRIDLINES);
+        AddListColumns(wnd, c.table.front(), 48);
+        for (size_t row = 1; row < c.table.size(); ++row) AddListRow(wnd, c.table[row]);
     }
     return wnd;
 }
@@ -589,6 +608,79 @@ void PutTopMost(App& app, HWND wnd) {
 }
 
 }  // namespace
+
+void AddListColumns(WindowHandle list, const std::vector<std::string>& headings, int width) {
+    int col = 0;
+    for (const std::string& heading : headings) {
+        std::wstring text = WideFromUtf8(heading);
+        LVCOLUMNW lc = {};
+        lc.mask = LVCF_TEXT | LVCF_WIDTH;
+        lc.pszText = text.data();
+        lc.cx = width;
+        SendMessageW(static_cast<HWND>(list), LVM_INSERTCOLUMNW, col++,
+                     reinterpret_cast<LPARAM>(&lc));
+    }
+}
+
+void AddListRow(WindowHandle list, const std::vector<std::string>& cells) {
+    HWND h = static_cast<HWND>(list);
+    LVITEMW item = {};
+    item.mask = LVIF_TEXT;
+    item.iItem = static_cast<int>(SendMessageW(h, LVM_GETITEMCOUNT, 0, 0));
+    for (size_t col = 0; col < cells.size(); ++col) {
+        std::wstring text = WideFromUtf8(cells[col]);
+        item.iSubItem = static_cast<int>(col);
+        item.pszText = text.data();
+        if (col == 0) {
+            item.iItem = static_cast<int>(
+                SendMessageW(h, LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&item)));
+        } else {
+            SendMessageW(h, LVM_SETITEMTEXTW, item.iItem, reinterpret_cast<LPARAM>(&item));
+        }
+    }
+    SendMessageW(h, LVM_ENSUREVISIBLE, item.iItem, FALSE);
+}
+
+void FitListColumns(WindowHandle list) {
+    HWND h = static_cast<HWND>(list);
+    HWND header = reinterpret_cast<HWND>(SendMessageW(h, LVM_GETHEADER, 0, 0));
+    const int columns = static_cast<int>(SendMessageW(header, HDM_GETITEMCOUNT, 0, 0));
+    // Each column as wide as its widest text and its heading (Wine's LVSCW_AUTOSIZE_USEHEADER
+    // leaves the heading out but for the last column); the last one fills what is left.
+    for (int col = 0; col < columns; ++col) {
+        wchar_t heading[64] = {};
+        LVCOLUMNW lc = {};
+        lc.mask = LVCF_TEXT;
+        lc.pszText = heading;
+        lc.cchTextMax = 64;
+        SendMessageW(h, LVM_GETCOLUMNW, col, reinterpret_cast<LPARAM>(&lc));
+        SendMessageW(h, LVM_SETCOLUMNWIDTH, col,
+                     col + 1 < columns ? LVSCW_AUTOSIZE : LVSCW_AUTOSIZE_USEHEADER);
+        const int headingWidth = static_cast<int>(SendMessageW(h, LVM_GETSTRINGWIDTHW, 0,
+                                                               reinterpret_cast<LPARAM>(heading))) +
+                                 16;
+        if (SendMessageW(h, LVM_GETCOLUMNWIDTH, col, 0) < headingWidth)
+            SendMessageW(h, LVM_SETCOLUMNWIDTH, col, headingWidth);
+    }
+}
+
+bool ShowPreview(App& app, WindowHandle owner, const std::vector<std::vector<std::string>>& table) {
+    DebugLog(app, "frm Preview Entered ", 5);
+    FormArgs a("frmPreview", std::string(kProductName) + " - Preview", 380, 230);
+    a.controls = {
+        {Kind::Label, "lblPreview",
+         "The lines in their new order. Nothing is written until you choose Write this order.", 7,
+         7, 366, 10},
+        ControlArgs(Kind::List, "lvwPreview", "", 7, 20, 366, 182).Table(table),
+        {Kind::DefaultButton, "cmdWrite", "&Write this order", 245, 209, 70, 14,
+         EndWith(kAccepted)},
+        {Kind::Button, "cmdCancel", "Cancel", 319, 209, 54, 14, EndWith(kDeclined)},
+    };
+    a.onClose = EndWith(kDeclined);
+    const bool write = ShowModalOnce(app, std::move(a), owner) == kAccepted;
+    DebugLog(app, write ? "frm Preview: write" : "frm Preview: cancelled", 3);
+    return write;
+}
 
 void ShowSplash(App& app) {
     DebugLog(app, "frm Splash Load Entered ", 5);

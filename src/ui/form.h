@@ -18,8 +18,9 @@ enum class ControlKind {
     CommandButton,  // caption
     UpDown,         // value, min, max; buddy names the label whose caption it sets
     Frame,          // caption only
-    Grid,
+    Grid,           // list: the column headings
     TabStrip,
+    ProgressBar,  // value 0..max
 };
 
 struct Control {

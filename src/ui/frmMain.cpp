@@ -1,6 +1,7 @@
 // The main form's control set: every command, option, sort level and setting the user can see.
 #include "ui/frmMain.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <string>
 
@@ -136,7 +137,7 @@ Form MakeMainFormModel() {
     b.Label("lblStatus", "");
     b.Plain(ControlKind::ListBox, "lstMsgs");
     Control& tabs = b.Plain(ControlKind::TabStrip, "SSTab1");
-    tabs.list = {"Sort", "Options", "Lines"};
+    tabs.list = {"Sort", "Options", "Lines", "Batch"};
 
     b.Frame("fraTransType", "Transaction Type");
     b.Option("optInvoice", "Invoice", true);
@@ -146,6 +147,8 @@ Form MakeMainFormModel() {
     b.Option("optPurchaseOrder", "Purchase Order");
     // A per-run override of the number on the screen, so it is never kept between runs.
     b.Text("txtRefNo", "Ref No", "", "Transaction number to sort instead of the open one", false);
+    b.Check("chkPreview", "Preview before writing",
+            "Show the lines in their new order and write them only when asked");
 
     b.Frame("fraSortCriteria", "Sort Criteria (Sort Order)" + std::string(18, ' ') + "Case");
     const std::vector<std::string> vocabulary = SortFieldVocabulary({});
@@ -240,7 +243,7 @@ Form MakeMainFormModel() {
     b.Label("lblScreenLeft", "0", "Screen Pos Left Top", true);
     b.Label("lblScreenTop", "0", "Screen Pos Left Top", true);
     b.Text("txtLinesMax", "Lines Max", "200");
-    b.Plain(ControlKind::Grid, "grdLines");
+    b.Plain(ControlKind::Grid, "grdLines").list = {"Line", "Item", "Description", "Qty", "Amount"};
 
     // Custom fields that receive weights, boxes and dimensions; their lists are the custom
     // field names read from QuickBooks.
@@ -271,6 +274,23 @@ Form MakeMainFormModel() {
     b.NumberLabel("lblBuildReserveQty", "Build Reserve Qty", 0, 100000);
     b.NumberLabel("lblBuildMinQty", "Build Min Qty", 0, 100000);
     b.NumberLabel("lblIterationMax", "Iteration Max", 100, 100000);
+
+    // The Batch page: the choices of the command line's batch, chosen anew each time.
+    b.Frame("fraBatch", "Batch", "Sort every transaction of a kind in a date range");
+    Control& kind =
+        b.Combo("cboBatchKind", "Kind", {"Invoice", "Estimate", "Sales Order", "Sales Receipt"});
+    kind.holdsSetting = false;
+    kind.listIndex = 0;
+    b.Text("txtBatchFrom", "From", "", "First transaction date, YYYY-MM-DD", false);
+    b.Text("txtBatchTo", "To", "", "Last transaction date, YYYY-MM-DD", false);
+    b.Text("txtBatchCustomer", "Customer", "", "The customer's full name; blank for all", false);
+    b.Check("chkBatchDryRun", "Dry run (write nothing)").holdsSetting = false;
+    b.Command("cmdBatchStart", "Start");
+    b.Command("cmdBatchStop", "Stop", "Stops after the transaction being sorted");
+    b.Plain(ControlKind::ProgressBar, "prgBatch");
+    b.Label("lblBatchMessage", "");
+    b.Frame("fraBatchResults", "Results");
+    b.Plain(ControlKind::Grid, "grdBatch").list = {"Number", "Lines", "Result"};
 
     // Controls for testing only.
     b.Frame("fraTesting", "Testing");
@@ -352,6 +372,53 @@ void CmdSave(App& app, const FormPlacement& placement) {
         SavedScreenPos(static_cast<int>(LeadingNumber(top->caption)), placement.screenHeight);
     SaveSettings(app, {&form});
     ShowStatus(app, "Settings Saved");
+}
+
+std::string BatchPageOptions(const Form& form, BatchOptions& options) {
+    const std::string kind = form.ComboText("cboBatchKind");
+    const std::optional<qb::TxnKind> k = BatchKind(ReplaceAll(kind, " ", ""));
+    if (!k) return "Choose the kind of transaction to sort";
+    options.kind = *k;
+    options.from = Trim(form.Text("txtBatchFrom"));
+    options.to = Trim(form.Text("txtBatchTo"));
+    options.customer = Trim(form.Text("txtBatchCustomer"));
+    options.dryRun = form.Checked("chkBatchDryRun");
+    return CheckBatchOptions(options);
+}
+
+std::string CmdBatch(App& app, const BatchProgress& progress) {
+    BatchOptions options;
+    std::string message = BatchPageOptions(app.frmMain, options);
+    std::size_t total = 0;
+    if (message.empty()) {
+        const std::vector<BatchItem> items = RunBatch(
+            app, options,
+            [&](std::size_t done, std::size_t all, const BatchItem& item) {
+                total = all;
+                return !progress || progress(done, all, item);
+            },
+            message);
+        if (message.empty() && items.empty()) message = "No transaction of that kind and range";
+        if (message.empty()) {
+            // One count per result: "3 sorted, 1 already in order, 1 failed".
+            std::vector<std::pair<std::string, int>> counts;
+            for (const BatchItem& i : items) {
+                const std::string what = i.failed ? "failed" : i.result;
+                auto at = std::find_if(counts.begin(), counts.end(),
+                                       [&](const auto& c) { return c.first == what; });
+                if (at == counts.end()) at = counts.insert(counts.end(), {what, 0});
+                ++at->second;
+            }
+            message = std::to_string(items.size()) + " of " + std::to_string(total) +
+                      " transactions done:";
+            for (const auto& [what, n] : counts)
+                message +=
+                    (&what == &counts.front().first ? " " : ", ") + std::to_string(n) + " " + what;
+            if (items.size() < total) message += " (stopped)";
+        }
+    }
+    app.frmMain.Find("lblBatchMessage")->caption = message;
+    return message;
 }
 
 void DoAlwaysOnTop(App& app, std::uintptr_t form, int left, int top, int width, int height) {

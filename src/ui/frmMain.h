@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/batch.h"
 #include "ui/form.h"
 
 namespace pelmark {
@@ -45,6 +46,14 @@ void CmdSave(App& app, const FormPlacement& placement);
 
 // chkAlwaysOnTop: keeps the main window above other windows, or lets it go back among them.
 void DoAlwaysOnTop(App& app, std::uintptr_t form, int left, int top, int width, int height);
+
+// The Batch page's choices as the batch's options: "" when they can run, else the message for
+// the page (a kind, date or date range the batch cannot take).
+std::string BatchPageOptions(const Form& form, BatchOptions& options);
+// cmdBatchStart: the batch over the Batch page's choices, each transaction's result passed on to
+// `progress` (false stops it before the next one). The closing message goes into
+// lblBatchMessage and is returned; a refused choice changes nothing.
+std::string CmdBatch(App& app, const BatchProgress& progress);
 
 #ifdef _WIN32
 // ---- The Win32 main window (frmMain_win.cpp) ------------------------------------------------

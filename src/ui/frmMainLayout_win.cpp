@@ -10,6 +10,7 @@
 #include "app/context.h"
 #include "app/text.h"
 #include "app/wideText.h"
+#include "ui/auxForms.h"
 #include "ui/frmMain.h"
 #include "ui/frmMain_win.h"
 
@@ -31,6 +32,7 @@ constexpr int kUpDownWidth = 18;
 constexpr int kSmallListHeight = 150;
 constexpr int kExpandedListHeight = 96;
 constexpr int kGridHeight = 150;
+constexpr int kBatchGridHeight = 268;
 
 // Where each frame stands on the expanded form: its page of SSTab1, its column, and how many
 // columns it spans. Frames follow each other down their column in this order.
@@ -48,10 +50,8 @@ constexpr FramePlace kFramePlaces[] = {
     {"fraTesting", 2, 0, 1},       {"fraWeights", 2, 1, 1},
     {"fraBoxes", 2, 1, 1},         {"fraDimensions", 2, 1, 1},
     {"fraColumnFactors", 2, 2, 1}, {"fraBuilds", 2, 2, 1},
+    {"fraBatch", 3, 0, 1},         {"fraBatchResults", 3, 1, 2},
 };
-
-// The grid's columns: one line of the transaction each row.
-constexpr const wchar_t* kGridColumns[] = {L"Line", L"Item", L"Description", L"Qty", L"Amount"};
 
 const FramePlace* PlaceOf(const std::string& frame) {
     for (const FramePlace& p : kFramePlaces) {
@@ -193,21 +193,17 @@ void CreateOne(MainWindow& w, size_t i, bool& groupStart) {
                 SendMessageW(b.wnd, UDM_SETACCEL, 4, reinterpret_cast<LPARAM>(accel));
             }
             break;
-        case ControlKind::Grid: {
-            b.wnd = MakeChild(w, WC_LISTVIEWW, "", LVS_REPORT | LVS_SHOWSELALWAYS | tab,
+        case ControlKind::Grid:
+            b.wnd = MakeChild(w, WC_LISTVIEWW, "",
+                              LVS_REPORT | LVS_SHOWSELALWAYS | LVS_NOSORTHEADER | tab,
                               WS_EX_CLIENTEDGE, id);
             SendMessageW(b.wnd, LVM_SETEXTENDEDLISTVIEWSTYLE, 0,
                          LVS_EX_FULLROWSELECT | LVS_EX_GRIDLINES);
-            int col = 0;
-            for (const wchar_t* title : kGridColumns) {
-                LVCOLUMNW lc = {};
-                lc.mask = LVCF_TEXT | LVCF_WIDTH;
-                lc.pszText = const_cast<wchar_t*>(title);
-                lc.cx = w.Px(col == 2 ? 90 : 48);
-                SendMessageW(b.wnd, LVM_INSERTCOLUMNW, col++, reinterpret_cast<LPARAM>(&lc));
-            }
+            AddListColumns(b.wnd, c.list, w.Px(64));
             break;
-        }
+        case ControlKind::ProgressBar:
+            b.wnd = MakeChild(w, PROGRESS_CLASSW, "", PBS_SMOOTH, 0, id);
+            break;
         case ControlKind::TabStrip: {
             b.wnd = MakeChild(w, WC_TABCONTROLW, "", WS_TABSTOP, 0, id);
             int item = 0;
@@ -351,6 +347,10 @@ class FrameLayout {
                     int left = w_.Model(i - 1).holdsSetting ? prev.right + w_.Px(kGap) : fieldLeft;
                     Place(b.wnd, b.box, left, lastFieldTop_, w_.Px(kValueWidth), field);
                     return;  // same row
+                } else if (EqualsNoCase(c.name, "lblBatchMessage")) {
+                    // The batch's message: the frame's width, two lines of text.
+                    Place(b.wnd, b.box, inner_, fieldTop, innerWidth_, 2 * field);
+                    row_ += w_.Px(kRowHeight);
                 } else {
                     RECT ignored;
                     Place(b.wnd, ignored, inner_, fieldTop + w_.Px(3), captionWidth_ - w_.Px(6),
@@ -365,10 +365,18 @@ class FrameLayout {
                 row_ += height + w_.Px(kGap);
                 return;
             }
-            case ControlKind::Grid:
-                Place(b.wnd, b.box, inner_, row_ + w_.Px(2), innerWidth_, w_.Px(kGridHeight));
-                row_ += w_.Px(kGridHeight + kGap);
+            case ControlKind::Grid: {
+                // The batch's results stand beside the whole Batch frame.
+                const int height = c.name == "grdBatch" ? kBatchGridHeight : kGridHeight;
+                Place(b.wnd, b.box, inner_, row_ + w_.Px(2), innerWidth_, w_.Px(height));
+                ListView_SetColumnWidth(b.wnd, static_cast<int>(c.list.size()) - 1,
+                                        LVSCW_AUTOSIZE_USEHEADER);
+                row_ += w_.Px(height + kGap);
                 return;
+            }
+            case ControlKind::ProgressBar:
+                Place(b.wnd, b.box, inner_, fieldTop, innerWidth_, field);
+                break;
             case ControlKind::UpDown:  // placed with its label
                 return;
             case ControlKind::Frame:
@@ -553,7 +561,8 @@ void LayoutControls(MainWindow& w) {
                display.bottom - display.top, FALSE);
     SendMessageW(w.tabs, TCM_ADJUSTRECT, FALSE, reinterpret_cast<LPARAM>(&display));
     const int originX = display.left + w.Px(4), originY = display.top + w.Px(6);
-    for (int p = 0; p < 3; ++p) {
+    const int pages = static_cast<int>(w.Model(w.IndexOf("SSTab1")).list.size());
+    for (int p = 0; p < pages; ++p) {
         columnBottom.fill(originY);
         for (const FramePlace& place : kFramePlaces) {
             if (place.page != p) continue;

@@ -107,6 +107,10 @@ void Push(MainWindow& w, size_t i) {
         case ControlKind::UpDown:
             SendMessageW(h, UDM_SETPOS32, 0, c.value);
             break;
+        case ControlKind::ProgressBar:
+            SendMessageW(h, PBM_SETRANGE32, 0, c.max);
+            SendMessageW(h, PBM_SETPOS, static_cast<WPARAM>(c.value), 0);
+            break;
         case ControlKind::Grid:
         case ControlKind::TabStrip:
             break;
@@ -159,6 +163,7 @@ void Pull(MainWindow& w, size_t i) {
         case ControlKind::Frame:
         case ControlKind::Grid:
         case ControlKind::TabStrip:
+        case ControlKind::ProgressBar:
             break;
     }
 }
@@ -263,25 +268,70 @@ void EndProgram(MainWindow& w, int code) {
     DestroyWindow(w.wnd);
 }
 
-// Sort, or Undo last sort: one command at a time, Sort greyed while it runs.
+// One command at a time: Sort and Start are greyed while a sort or a batch runs.
+class Busy {
+  public:
+    explicit Busy(MainWindow& w) : w_(w) {
+        for (const char* name : {"cmdGo", "cmdBatchStart"}) {
+            buttons_.push_back(w.bound[w.IndexOf(name)].wnd);
+            EnableWindow(buttons_.back(), FALSE);
+        }
+        w.running = true;
+    }
+    ~Busy() {
+        w_.running = false;
+        w_.app.previewHook = nullptr;
+        for (HWND b : buttons_)
+            if (IsWindow(b)) EnableWindow(b, TRUE);
+    }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+  private:
+    MainWindow& w_;
+    std::vector<HWND> buttons_;
+};
+
+// Sort, or Undo last sort. With "Preview before writing" ticked the new order is shown first
+// and written only when the user chooses to.
 void Go(MainWindow& w, bool undo = false) {
     if (w.running) return;
     PullAll(w);
-    HWND go = w.bound[w.IndexOf("cmdGo")].wnd;
-    EnableWindow(go, FALSE);
-    w.running = true;
-    struct Done {
-        MainWindow& w;
-        HWND go;
-        ~Done() {
-            w.running = false;
-            if (IsWindow(go)) EnableWindow(go, TRUE);
-        }
-    } done{w, go};
-    if (undo)
+    Busy busy(w);
+    if (undo) {
         CmdUndo(w.app);
-    else
+    } else {
+        if (w.app.frmMain.Checked("chkPreview"))
+            w.app.previewHook = [&w](const std::vector<sort::PreviewRow>& rows) {
+                return ShowPreview(w.app, w.wnd, sort::PreviewCells(rows));
+            };
         CmdGo(w.app);
+    }
+    PushAll(w);
+}
+
+// Start on the Batch page: each transaction's result is listed as it comes, and the messages
+// waiting meanwhile (Stop among them) run between transactions.
+void Batch(MainWindow& w) {
+    if (w.running) return;
+    PullAll(w);
+    Busy busy(w);
+    w.batchStop = false;
+    HWND grid = w.bound[w.IndexOf("grdBatch")].wnd;
+    Control& bar = w.Model(w.IndexOf("prgBatch"));
+    SendMessageW(grid, LVM_DELETEALLITEMS, 0, 0);
+    bar.value = 0;
+    SetCaption(w, "lblBatchMessage", "Working...");
+    Push(w, w.IndexOf("prgBatch"));
+    CmdBatch(w.app, [&](std::size_t done, std::size_t total, const BatchItem& item) {
+        AddListRow(grid, {item.refNumber, std::to_string(item.lines), item.result});
+        bar.max = static_cast<int>(total);
+        bar.value = static_cast<int>(done);
+        Push(w, w.IndexOf("prgBatch"));
+        UpdateWindow(w.wnd);
+        w.app.sys.events->DoEvents();
+        return !w.batchStop;
+    });
     PushAll(w);
 }
 
@@ -299,6 +349,11 @@ void OnCommand(MainWindow& w, int id, int code, HWND control) {
                 Go(w, true);
             } else if (c.name == "cmdStop") {
                 CmdStop(w.app);
+            } else if (c.name == "cmdBatchStart") {
+                Batch(w);
+            } else if (c.name == "cmdBatchStop") {
+                w.batchStop = true;
+                SetCaption(w, "lblBatchMessage", "Stopping after this transaction");
             } else if (c.name == "cmdSave") {
                 Save(w);
             } else if (c.name == "cmdEnd") {

@@ -34,7 +34,8 @@ struct MainWindow {
     HFONT font = nullptr;
     UINT dpi = 96;
     bool expanded = false;
-    bool running = false;           // a sort run is on the stack
+    bool running = false;           // a sort run or a batch is on the stack
+    bool batchStop = false;         // Stop on the Batch page: no transaction after this one
     bool pushing = false;           // the model is going into the controls: no pulls meanwhile
     bool validating = false;        // a field's message box is up
     std::optional<int> pendingEnd;  // End was answered Yes while a run was on the stack
