@@ -91,7 +91,9 @@ void BM_StableSortOfKeys(benchmark::State& state) {
     const auto table = Lines(static_cast<std::size_t>(state.range(0)));
     std::vector<const qb::TxnLine*> lines;
     for (const auto& l : table) lines.push_back(&l);
-    const std::vector<std::string> entries = sort::BuildSortKeys(lines, Settings());
+    const sort::SortKeys keys = sort::BuildSortKeys(lines, Settings());
+    std::vector<std::string> entries;
+    for (std::size_t i = 0; i < keys.size(); ++i) entries.emplace_back(keys[i]);
     for (auto _ : state) {
         state.PauseTiming();
         std::vector<std::string> work = entries;
