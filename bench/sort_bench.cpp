@@ -1,16 +1,21 @@
-// Costs of the sort: the engine against std::stable_sort of the same precomputed keys, and a
-// whole run against in-process qbsim with the clock's waits taken out, with its memory peak.
+// Costs of the sort: the engine against std::stable_sort of the same precomputed keys; a whole
+// run against in-process qbsim with the clock's waits taken out, with its memory peak; and a
+// batch, per transaction, in companies of growing size. The runs count qbsim's CPU time (its
+// start and every call of the transport) apart from the client's.
 #include <benchmark/benchmark.h>
+#include <time.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <new>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "app/batch.h"
 #include "app/context.h"
 #include "app/prompts.h"
 #include "app/registry.h"
@@ -91,7 +96,9 @@ void BM_StableSortOfKeys(benchmark::State& state) {
     const auto table = Lines(static_cast<std::size_t>(state.range(0)));
     std::vector<const qb::TxnLine*> lines;
     for (const auto& l : table) lines.push_back(&l);
-    const std::vector<std::string> entries = sort::BuildSortKeys(lines, Settings());
+    const sort::SortKeys keys = sort::BuildSortKeys(lines, Settings());
+    std::vector<std::string> entries;
+    for (std::size_t i = 0; i < keys.size(); ++i) entries.emplace_back(keys[i]);
     for (auto _ : state) {
         state.PauseTiming();
         std::vector<std::string> work = entries;
@@ -111,12 +118,53 @@ class NoWaitClock : public Clock {
     void Sleep(int) override {}
 };
 
-// The sample company with one invoice of n lines added, written to `path`.
-std::string MakeCompany(const std::string& path, std::size_t n) {
-    sim::Company company;
-    company.LoadFile(PELMARK_SAMPLES_DIR "/company.xml");
+double CpuSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+// The transport with the CPU time spent inside it (qbsim answering) added to `spent`.
+class TimedTransport : public qb::QbTransport {
+  public:
+    TimedTransport(qb::QbTransport& inner, double& spent) : inner_(inner), spent_(spent) {}
+    qb::TransportResult OpenConnection(const std::string& id, const std::string& name) override {
+        return Timed([&] { return inner_.OpenConnection(id, name); });
+    }
+    qb::TransportResult BeginSession(const std::string& file, int mode,
+                                     std::string* ticket) override {
+        return Timed([&] { return inner_.BeginSession(file, mode, ticket); });
+    }
+    qb::TransportResult ProcessRequest(const std::string& ticket, const std::string& request,
+                                       std::string* response) override {
+        return Timed([&] { return inner_.ProcessRequest(ticket, request, response); });
+    }
+    qb::TransportResult GetCurrentCompanyFileName(const std::string& ticket,
+                                                  std::string* name) override {
+        return Timed([&] { return inner_.GetCurrentCompanyFileName(ticket, name); });
+    }
+    qb::TransportResult EndSession(const std::string& ticket) override {
+        return Timed([&] { return inner_.EndSession(ticket); });
+    }
+    qb::TransportResult CloseConnection() override {
+        return Timed([&] { return inner_.CloseConnection(); });
+    }
+
+  private:
+    template <class F>
+    qb::TransportResult Timed(F call) {
+        const double start = CpuSeconds();
+        qb::TransportResult r = call();
+        spent_ += CpuSeconds() - start;
+        return r;
+    }
+    qb::QbTransport& inner_;
+    double& spent_;
+};
+
+// `n` item lines of an invoice add, in an order that needs sorting.
+std::string InvoiceLines(std::mt19937& rng, std::size_t n) {
     std::string lines;
-    std::mt19937 rng(11);
     for (std::size_t i = 0; i < n; ++i)
         lines += "<InvoiceLineAdd><ItemRef><FullName>" + std::string(kItems[rng() % 10]) +
                  "</FullName></ItemRef><Desc>Line " + std::to_string(rng() % 5000) +
@@ -124,49 +172,134 @@ std::string MakeCompany(const std::string& path, std::size_t n) {
                  "</Quantity><Rate>12.50</Rate><DataExt><OwnerID>0</OwnerID><DataExtName>Lot"
                  "</DataExtName><DataExtValue>L-" +
                  std::to_string(i) + "</DataExtValue></DataExt></InvoiceLineAdd>";
+    return lines;
+}
+
+// The sample company with `invoices` more invoices (B0, B1, ...) of `lines` lines each, the
+// first `dated` of them on 2030-01-15 and the rest on 2029-01-15, written to `path`; returns
+// its text.
+std::string MakeCompany(const std::string& path, std::size_t invoices, std::size_t lines,
+                        std::size_t dated) {
+    sim::Company company;
+    company.LoadFile(PELMARK_SAMPLES_DIR "/company.xml");
+    std::mt19937 rng(11);
+    std::string adds;
+    for (std::size_t i = 0; i < invoices; ++i)
+        adds +=
+            "<InvoiceAddRq><InvoiceAdd><CustomerRef><FullName>Baker Hardware</FullName>"
+            "</CustomerRef><TxnDate>" +
+            std::string(i < dated ? "2030" : "2029") + "-01-15</TxnDate><RefNumber>B" +
+            std::to_string(i) + "</RefNumber>" + InvoiceLines(rng, lines) +
+            "</InvoiceAdd></InvoiceAddRq>";
     sim::ProcessRequest(company,
                         "<?xml version=\"1.0\"?><?qbxml version=\"7.0\"?><QBXML><QBXMLMsgsRq "
-                        "onError=\"stopOnError\"><InvoiceAddRq><InvoiceAdd><CustomerRef><FullName>"
-                        "Baker Hardware</FullName></CustomerRef><RefNumber>BENCH</RefNumber>" +
-                            lines + "</InvoiceAdd></InvoiceAddRq></QBXMLMsgsRq></QBXML>");
+                        "onError=\"stopOnError\">" +
+                            adds + "</QBXMLMsgsRq></QBXML>");
     company.SaveFile(path);
     return company.ToXml();
 }
 
-void BM_WholeRun(benchmark::State& state) {
-    namespace fs = std::filesystem;
-    const fs::path dir = fs::temp_directory_path() / "pelmark-bench-run";
-    fs::create_directories(dir);
-    const std::string companyPath = (dir / "company.xml").string();
-    const std::string company = MakeCompany(companyPath, static_cast<std::size_t>(state.range(0)));
-    fs::copy_file(PELMARK_SAMPLES_DIR "/Pelmark.ini", dir / "Pelmark.ini",
-                  fs::copy_options::overwrite_existing);
+// A data folder with the sample settings and a company; removed when done.
+struct RunFolder {
+    std::filesystem::path dir = std::filesystem::temp_directory_path() / "pelmark-bench-run";
+    std::string companyPath = (dir / "company.xml").string();
+    RunFolder() {
+        std::filesystem::create_directories(dir);
+        std::filesystem::copy_file(PELMARK_SAMPLES_DIR "/Pelmark.ini", dir / "Pelmark.ini",
+                                   std::filesystem::copy_options::overwrite_existing);
+    }
+    ~RunFolder() { std::filesystem::remove_all(dir); }
+    // The company as it was before the iteration, written with the timing paused.
+    void Reset(benchmark::State& state, const std::string& company) const {
+        state.PauseTiming();
+        sim::Company fresh;
+        fresh.LoadText(company);
+        fresh.SaveFile(companyPath);
+        state.ResumeTiming();
+    }
+};
+
+// QuickBooks (qbsim, in process) with the window of `ref` open, and the application loaded;
+// qbsim's CPU time, its start included, is added to `qbsimSeconds`.
+struct RunRig {
     ConsolePrompter prompter{kAnsYes, false, stderr};
     MemoryRegistry registry;
     NoWaitClock clock;
+    sim::SimQuickBooks qb;
+    std::unique_ptr<TimedTransport> timed;
+    std::unique_ptr<App> app;
+    RunRig(const RunFolder& folder, const char* ref, double& qbsimSeconds) {
+        const double start = CpuSeconds();
+        qb = sim::StartSimQuickBooks(folder.companyPath, ref);
+        qbsimSeconds += CpuSeconds() - start;
+        timed = std::make_unique<TimedTransport>(*qb.transport, qbsimSeconds);
+        app = std::make_unique<App>(Seams{&prompter, &RealEventPump(), &clock, &RealEnvironment(),
+                                          &registry, &RealFileSystem(), timed.get(),
+                                          qb.desktop.get()});
+        app->folders.data = folder.dir.string() + "/";
+        LoadMainForm(*app);
+        app->frmMain.Find("txtDebugLevel")->text = "0";
+    }
+};
+
+// CPU milliseconds per iteration and unit, as counters: the whole, qbsim's share and the rest.
+void CpuCounters(benchmark::State& state, double total, double qbsim, double units) {
+    using C = benchmark::Counter;
+    state.counters["cpu_ms"] = C(total * 1e3 / units, C::kAvgIterations);
+    state.counters["qbsim_ms"] = C(qbsim * 1e3 / units, C::kAvgIterations);
+    state.counters["client_ms"] = C((total - qbsim) * 1e3 / units, C::kAvgIterations);
+}
+
+void BM_WholeRun(benchmark::State& state) {
+    RunFolder folder;
+    const std::string company =
+        MakeCompany(folder.companyPath, 1, static_cast<std::size_t>(state.range(0)), 1);
     long long peak = 0;
+    double total = 0, qbsim = 0;
     for (auto _ : state) {
-        state.PauseTiming();
-        {
-            sim::Company fresh;
-            fresh.LoadText(company);
-            fresh.SaveFile(companyPath);
-        }
-        state.ResumeTiming();
+        folder.Reset(state, company);
+        const double start = CpuSeconds();
         const long long base = gInUse.load();
         gPeak = base;
-        sim::SimQuickBooks qb = sim::StartSimQuickBooks(companyPath, "BENCH");
-        App app(Seams{&prompter, &RealEventPump(), &clock, &RealEnvironment(), &registry,
-                      &RealFileSystem(), qb.transport.get(), qb.desktop.get()});
-        app.folders.data = dir.string() + "/";
-        LoadMainForm(app);
-        app.frmMain.Find("txtDebugLevel")->text = "0";
-        if (!CmdGo(app)) state.SkipWithError("the run failed");
+        RunRig rig(folder, "B0", qbsim);
+        if (!CmdGo(*rig.app)) state.SkipWithError("the run failed");
         peak = std::max(peak, gPeak.load() - base);
+        total += CpuSeconds() - start;
     }
+    CpuCounters(state, total, qbsim, 1);
     state.counters["peak_heap_MiB"] = static_cast<double>(peak) / (1024.0 * 1024.0);
-    fs::remove_all(dir);
 }
 BENCHMARK(BM_WholeRun)->Arg(1000)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// A batch of range(1) invoices of 20 lines in a company of range(0) such invoices (and the
+// sample's own); the counters are per transaction of the batch.
+void BM_Batch(benchmark::State& state) {
+    const auto invoices = static_cast<std::size_t>(state.range(0));
+    const auto batched = static_cast<std::size_t>(state.range(1));
+    RunFolder folder;
+    const std::string company = MakeCompany(folder.companyPath, invoices, 20, batched);
+    double total = 0, qbsim = 0;
+    for (auto _ : state) {
+        folder.Reset(state, company);
+        const double start = CpuSeconds();
+        RunRig rig(folder, "B0", qbsim);
+        std::string error;
+        const std::vector<BatchItem> items = RunBatch(
+            *rig.app, {qb::TxnKind::Invoice, "2030-01-01", "2030-12-31", "", false}, {}, error);
+        total += CpuSeconds() - start;
+        std::size_t sorted = 0;
+        for (const BatchItem& i : items) sorted += i.result == "sorted";
+        if (!error.empty() || sorted != batched) state.SkipWithError("the batch did not sort all");
+    }
+    CpuCounters(state, total, qbsim, static_cast<double>(batched));
+    state.counters["company_MiB"] = static_cast<double>(company.size()) / (1024.0 * 1024.0);
+}
+BENCHMARK(BM_Batch)
+    ->Args({100, 100})
+    ->Args({1000, 100})
+    ->Args({3000, 100})
+    ->Args({1000, 1000})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 
 }  // namespace

@@ -444,21 +444,27 @@ LoadResult Company::LoadFile(const std::string& path) {
 
 std::string Company::ToXml() const {
     if (!doc_) return {};
-    std::ostringstream out;
+    // Straight into the string: a stream would hold the whole company a second time.
+    struct Writer : pugi::xml_writer {
+        std::string text;
+        void write(const void* data, std::size_t size) override {
+            text.append(static_cast<const char*>(data), size);
+        }
+    } out;
     doc_->save(out, "  ", pugi::format_default, pugi::encoding_utf8);
-    return out.str();
+    return std::move(out.text);
 }
 
 SaveResult Company::SaveFile(const std::string& path) const {
     SaveResult result;
-    if (!doc_) return {false, "there is no company to save"};
+    if (!doc_) return {false, "there is no company to save", {}};
     const fs::path target = fs::path(path);
     std::error_code ec;
     // A read-only company stays as it is (QuickBooks opens no company it cannot write). On
     // Windows the read-only attribute shows as permissions without write bits.
     const fs::perms perms = fs::status(target, ec).permissions();
     if (!ec && (perms & fs::perms::owner_write) == fs::perms::none) {
-        return {false, "the company file " + path + " is read-only; nothing was changed"};
+        return {false, "the company file " + path + " is read-only; nothing was changed", {}};
     }
     // A name of its own for each save, so that two processes never write into one temporary file.
     std::random_device random;
@@ -467,16 +473,16 @@ SaveResult Company::SaveFile(const std::string& path) const {
                   static_cast<unsigned>(random()));
     fs::path temp = target;
     temp += suffix;
-    const std::string xml = ToXml();
+    std::string xml = ToXml();
     {
         std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        if (!out) return {false, "could not create " + temp.string()};
+        if (!out) return {false, "could not create " + temp.string(), {}};
         out.write(xml.data(), static_cast<std::streamsize>(xml.size()));
         out.flush();
         out.close();
         if (out.fail()) {
             fs::remove(temp, ec);
-            return {false, "could not write " + temp.string()};
+            return {false, "could not write " + temp.string(), {}};
         }
     }
     // std::filesystem::rename replaces an existing file on POSIX and, through MoveFileExW with
@@ -485,8 +491,9 @@ SaveResult Company::SaveFile(const std::string& path) const {
     if (ec) {
         std::error_code ignored;
         fs::remove(temp, ignored);
-        return {false, "could not replace " + path + ": " + ec.message()};
+        return {false, "could not replace " + path + ": " + ec.message(), {}};
     }
+    result.written = std::move(xml);
     return result;
 }
 

@@ -80,6 +80,7 @@ struct LoadResult {
 struct SaveResult {
     bool ok = true;
     std::string description;
+    std::string written;  // the bytes written, when ok
 };
 
 // ASCII case-insensitive equality: QuickBooks matches names without regard to case.

@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <random>
 #include <system_error>
@@ -97,7 +96,8 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
                         "(qbsim could not save the company: " + saved.description + ")");
         }
         company_.ClearModified();
-        RememberFileState();
+        // What was just written under the lock is what the file holds: no need to read it back.
+        known_ = std::move(saved.written);
     }
     if (fault == "lost") return Fail(call, kHrServerGone, "(qbsim: the answer was lost)");
     if (response) *response = std::move(result.response);
@@ -157,22 +157,32 @@ std::string SimTransport::TakeFault() {
 }
 
 // The file's bytes, not its time: a save within the same tick as the last one (Wine's file
-// times, a test that edits the company between two requests) keeps the time and the size.
-std::size_t SimTransport::FileDigest(bool* ok) const {
-    std::ifstream in(fs::path(path_), std::ios::binary);
-    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (ok) *ok = static_cast<bool>(in) || in.eof();
-    return std::hash<std::string>{}(bytes);
+// times, a test that edits the company between two requests) keeps the time and the size. This
+// runs before every request, so a file of another size counts as changed unread, and one of the
+// same size is read in one piece into a buffer kept between requests and compared.
+bool SimTransport::ReadFile(std::string& bytes) const {
+    std::ifstream in(fs::path(path_), std::ios::binary | std::ios::ate);
+    const std::streamoff size = in ? static_cast<std::streamoff>(in.tellg()) : -1;
+    if (size < 0) return false;
+    in.seekg(0);
+    bytes.resize(static_cast<std::size_t>(size));
+    if (!in.read(bytes.data(), size)) return false;
+    // A file that grew while it was read: the rest as well.
+    if (in.peek() != std::ifstream::traits_type::eof())
+        bytes.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
 }
 
 void SimTransport::RememberFileState() {
-    loadedDigest_ = FileDigest(nullptr);
+    if (!ReadFile(known_)) known_.clear();
 }
 
 bool SimTransport::FileChanged() const {
-    bool ok = false;
-    const std::size_t digest = FileDigest(&ok);
-    return !ok || digest != loadedDigest_ || !company_.IsLoaded();
+    if (!company_.IsLoaded()) return true;
+    std::error_code ec;
+    const std::uintmax_t size = fs::file_size(fs::path(path_), ec);
+    if (ec || size != known_.size()) return true;
+    return !ReadFile(buffer_) || buffer_ != known_;
 }
 
 }  // namespace pelmark::sim

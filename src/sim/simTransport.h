@@ -58,7 +58,7 @@ class SimTransport : public qb::QbTransport {
     qb::TransportResult CheckTicket(const char* call, const std::string& ticket) const;
     qb::TransportResult Load(const char* call);
     void RememberFileState();
-    std::size_t FileDigest(bool* ok) const;
+    bool ReadFile(std::string& bytes) const;
     bool FileChanged() const;
     // The fault that fires on this request set ("" for none); removes it from the file.
     std::string TakeFault();
@@ -69,8 +69,9 @@ class SimTransport : public qb::QbTransport {
     bool connected_ = false;
     std::string ticket_;  // empty when no session is open
     unsigned sessions_ = 0;
-    std::size_t loadedDigest_ = 0;  // of the file's bytes as last loaded or saved
-    int faultCount_ = 0;            // request sets since the fault in the file was first seen
+    std::string known_;           // the file's bytes as last loaded or saved
+    mutable std::string buffer_;  // the file's bytes as last read to compare with known_
+    int faultCount_ = 0;          // request sets since the fault in the file was first seen
 };
 
 }  // namespace pelmark::sim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace pelmark::sort {
 
@@ -10,6 +11,6 @@ namespace pelmark::sort {
 // `caseSensitive`, where it only breaks ties. The key ends with one zero byte and holds no
 // other, so keys of several levels appended one after another still compare level by level.
 // Windows: LCMapStringEx sort keys (the order of CompareStringEx); elsewhere: ICU's collator.
-void AppendCollationKey(std::string& key, const std::string& text, bool caseSensitive);
+void AppendCollationKey(std::string& key, std::string_view text, bool caseSensitive);
 
 }  // namespace pelmark::sort

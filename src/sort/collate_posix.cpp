@@ -3,6 +3,7 @@
 #include <unicode/uloc.h>
 #include <unicode/ustring.h>
 
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,13 +48,22 @@ const UCollator* Get(bool caseSensitive) {
 
 }  // namespace
 
-void AppendCollationKey(std::string& key, const std::string& text, bool caseSensitive) {
+void AppendCollationKey(std::string& key, std::string_view text, bool caseSensitive) {
     const UCollator* collator = Get(caseSensitive);
-    std::vector<UChar> wide(text.size() + 1);
+    // A UTF-8 byte gives at most one UTF-16 unit. Names and descriptions fit on the stack; a
+    // key is built per distinct text, and this spares it a heap buffer.
+    UChar onStack[256];
+    std::vector<UChar> onHeap;
+    UChar* wide = onStack;
+    if (text.size() + 1 > std::size(onStack)) {
+        onHeap.resize(text.size() + 1);
+        wide = onHeap.data();
+    }
+    const auto capacity = static_cast<int32_t>(text.size() + 1);
     int32_t wideLength = 0;
     UErrorCode status = U_ZERO_ERROR;
     // Invalid UTF-8 becomes U+FFFD rather than an error: a key is still needed for the line.
-    u_strFromUTF8WithSub(wide.data(), static_cast<int32_t>(wide.size()), &wideLength, text.data(),
+    u_strFromUTF8WithSub(wide, capacity, &wideLength, text.data(),
                          static_cast<int32_t>(text.size()), 0xFFFD, nullptr, &status);
     if (!collator || U_FAILURE(status)) {
         for (char c : text)
@@ -62,13 +72,13 @@ void AppendCollationKey(std::string& key, const std::string& text, bool caseSens
         return;
     }
     const std::size_t start = key.size();
-    key.resize(start + 2 * wide.size() + 16);
+    key.resize(start + 2 * static_cast<std::size_t>(capacity) + 16);
     auto* out = reinterpret_cast<uint8_t*>(key.data() + start);
     int32_t room = static_cast<int32_t>(key.size() - start);
-    int32_t n = ucol_getSortKey(collator, wide.data(), wideLength, out, room);
+    int32_t n = ucol_getSortKey(collator, wide, wideLength, out, room);
     if (n > room) {
         key.resize(start + static_cast<std::size_t>(n));
-        n = ucol_getSortKey(collator, wide.data(), wideLength,
+        n = ucol_getSortKey(collator, wide, wideLength,
                             reinterpret_cast<uint8_t*>(key.data() + start), n);
     }
     // ICU's sort key already ends with its only zero byte.

@@ -6,8 +6,8 @@
 
 namespace pelmark::sort {
 
-void AppendCollationKey(std::string& key, const std::string& text, bool caseSensitive) {
-    const std::wstring wide = WideFromUtf8(text);
+void AppendCollationKey(std::string& key, std::string_view text, bool caseSensitive) {
+    const std::wstring wide = WideFromUtf8(std::string(text));
     // LCMAP_SORTKEY keys compare as CompareStringEx compares with the same flags (Microsoft's
     // "Handling Sorting in Your Applications"); SORT_DIGITSASNUMBERS (Windows 7 and later, and
     // Wine) is the digit order Explorer shows. Without LINGUISTIC_IGNORECASE case still counts,

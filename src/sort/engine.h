@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "app/items.h"
@@ -56,6 +57,18 @@ std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels);
 // The part of an item full name after its last ":" (the whole name when there is none).
 std::string ItemNameOf(const std::string& fullName);
 
+// The sort keys of a transaction's lines laid end to end in one buffer: key i is
+// bytes[ends[i - 1], ends[i]) (from 0 for the first).
+struct SortKeys {
+    std::string bytes;
+    std::vector<std::size_t> ends;
+    std::size_t size() const { return ends.size(); }
+    std::string_view operator[](std::size_t i) const {
+        const std::size_t begin = i == 0 ? 0 : ends[i - 1];
+        return std::string_view(bytes).substr(begin, ends[i] - begin);
+    }
+};
+
 // Builds the keys of `lines` (the transaction's top-level lines, in incoming order; key i is
 // lines[i]'s). Comparing two keys as unsigned bytes orders their lines level by level: Qty,
 // Price and Amount as numbers ("1,000.50" is a number; blank after numbers and text that is not
@@ -63,8 +76,8 @@ std::string ItemNameOf(const std::string& fullName);
 // collate.h); a descending level reversed. Equal keys keep their incoming order, as the plan
 // sorts stably. The tax code is carried forward from the line above when empty. Writes
 // "DBG, Line " and "DBG, NExt Line" per line when `debug` is given.
-std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
-                                       const SortSettings& settings, const DebugSink& debug = {});
+SortKeys BuildSortKeys(const std::vector<const qb::TxnLine*>& lines, const SortSettings& settings,
+                       const DebugSink& debug = {});
 
 // ---- Plan (plan.cpp) ---------------------------------------------------------------------------
 
@@ -93,7 +106,8 @@ struct SortPlan {
     std::vector<PlanStep> steps;
     std::vector<WeightEntry> weights;
     double weightTotal = 0;
-    std::vector<std::string> debugLines;  // the debug lines written, in order
+    // The debug lines written, in order, but for the two of every line (those go to the sink only).
+    std::vector<std::string> debugLines;
 };
 
 // Classification of a top-level row for the unit rules.

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <unordered_map>
 
 #include "sort/collate.h"
@@ -13,24 +14,60 @@ namespace pelmark::sort {
 
 namespace {
 
-std::string Trim(const std::string& s) {
+// Views into the lines' own text: a key is built without copying what it is built from.
+std::string_view Trim(std::string_view s) {
     const auto first = s.find_first_not_of(' ');
-    if (first == std::string::npos) return {};
-    const auto last = s.find_last_not_of(' ');
-    return s.substr(first, last - first + 1);
+    if (first == std::string_view::npos) return {};
+    return s.substr(first, s.find_last_not_of(' ') - first + 1);
+}
+
+std::string_view NameAfterColon(std::string_view fullName) {
+    const auto colon = fullName.rfind(':');
+    return colon == std::string_view::npos ? fullName : fullName.substr(colon + 1);
 }
 
 // Cuts UTF-8 text to at most `width` bytes without splitting a character.
-std::string Cut(const std::string& s, std::size_t width) {
+std::string_view Cut(std::string_view s, std::size_t width) {
     if (s.size() <= width) return s;
     while (width > 0 && (static_cast<unsigned char>(s[width]) & 0xC0) == 0x80) --width;
     return s.substr(0, width);
 }
 
-std::string CustomFieldValue(const qb::TxnLine& line, const std::string& name) {
+std::string_view CustomFieldValue(const qb::TxnLine& line, const std::string& name) {
     for (const qb::TxnCustomField& field : line.customFields)
         if (field.name == name) return field.value;
     return {};
+}
+
+// What a level reads, decided once per sort rather than by name on every line.
+enum class Field {
+    ItemFull,
+    ItemName,
+    Price,
+    Qty,
+    Amount,
+    Desc,
+    Class,
+    TaxCode,
+    Other1,
+    Other2,
+    Custom
+};
+
+Field FieldOf(const std::string& name) {
+    static const std::pair<std::string_view, Field> kNames[] = {{"Item Full Name", Field::ItemFull},
+                                                                {"Item Name", Field::ItemName},
+                                                                {"Price", Field::Price},
+                                                                {"Qty", Field::Qty},
+                                                                {"Amount", Field::Amount},
+                                                                {"Desc", Field::Desc},
+                                                                {"Class", Field::Class},
+                                                                {"Tax Code", Field::TaxCode},
+                                                                {"Other1", Field::Other1},
+                                                                {"Other2", Field::Other2}};
+    for (const auto& [text, field] : kNames)
+        if (name == text) return field;
+    return Field::Custom;
 }
 
 // The classes of a number level, in ascending order: a number, then text that is not one,
@@ -38,13 +75,16 @@ std::string CustomFieldValue(const qb::TxnLine& line, const std::string& name) {
 enum : char { kNumber = 1, kNotNumber = 2, kBlank = 3 };
 
 // A number as QuickBooks or a user writes it: "1,000.50", "-3", " 2 ". Not "nan" or "inf".
-bool ParseNumber(const std::string& text, double& value) {
-    std::string digits;
-    for (char c : Trim(text))
-        if (c != ',') digits += c;
-    if (digits.empty()) return false;
-    const char* end = digits.data() + digits.size();
-    const auto [ptr, ec] = std::from_chars(digits.data(), end, value);
+bool ParseNumber(std::string_view text, double& value) {
+    std::string withoutCommas;
+    if (text.find(',') != std::string_view::npos) {
+        for (char c : text)
+            if (c != ',') withoutCommas += c;
+        text = withoutCommas;
+    }
+    if (text.empty()) return false;
+    const char* end = text.data() + text.size();
+    const auto [ptr, ec] = std::from_chars(text.data(), end, value);
     return ec == std::errc() && ptr == end && std::isfinite(value);
 }
 
@@ -56,19 +96,6 @@ void AppendNumber(std::string& key, double value) {
     std::memcpy(&bits, &value, sizeof bits);
     bits = (bits >> 63) ? ~bits : bits | (std::uint64_t{1} << 63);
     for (int shift = 56; shift >= 0; shift -= 8) key += static_cast<char>((bits >> shift) & 0xFF);
-}
-
-void AppendNumberLevel(std::string& key, const std::string& text, bool caseSensitive) {
-    double value = 0;
-    if (Trim(text).empty()) {
-        key += kBlank;
-    } else if (ParseNumber(text, value)) {
-        key += kNumber;
-        AppendNumber(key, value);
-    } else {
-        key += kNotNumber;
-        AppendCollationKey(key, text, caseSensitive);
-    }
 }
 
 }  // namespace
@@ -84,71 +111,110 @@ std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels) {
 }
 
 std::string ItemNameOf(const std::string& fullName) {
-    const auto colon = fullName.rfind(':');
-    return colon == std::string::npos ? fullName : fullName.substr(colon + 1);
+    return std::string(NameAfterColon(fullName));
 }
 
-std::vector<std::string> BuildSortKeys(const std::vector<const qb::TxnLine*>& lines,
-                                       const SortSettings& settings, const DebugSink& debug) {
+SortKeys BuildSortKeys(const std::vector<const qb::TxnLine*>& lines, const SortSettings& settings,
+                       const DebugSink& debug) {
     const std::vector<SortLevel> levels = ActiveLevels(settings.levels);
-    std::vector<std::string> keys;
-    keys.reserve(lines.size());
-    std::string previousTaxCode;
+    std::vector<Field> fields;
+    for (const SortLevel& level : levels) fields.push_back(FieldOf(level.field));
+    SortKeys keys;
+    keys.ends.reserve(lines.size());
+    keys.bytes.reserve(lines.size() * 24 * (levels.size() + 1));
+    std::string_view previousTaxCode;
     // Item names and descriptions repeat down a transaction; a locale key costs far more than
-    // a lookup, so each level keeps the keys of the texts it has seen.
-    std::vector<std::unordered_map<std::string, std::string>> seen(levels.size());
-    auto appendText = [&](std::string& key, std::size_t level, const std::string& text) {
+    // a lookup, so each level keeps the keys of the texts it has seen. The texts are views into
+    // the lines, which outlive the building; each locale key is kept once in `known` as its
+    // offset and length.
+    struct Known {
+        std::size_t offset, size;
+    };
+    std::vector<std::unordered_map<std::string_view, Known>> seen(levels.size());
+    for (std::size_t i = 0; i < levels.size(); ++i)
+        if (fields[i] != Field::Price && fields[i] != Field::Qty && fields[i] != Field::Amount)
+            seen[i].reserve(lines.size());
+    std::string known;
+    std::string& key = keys.bytes;
+    auto appendText = [&](std::size_t level, std::string_view text) {
         auto [it, added] = seen[level].try_emplace(text);
-        if (added) AppendCollationKey(it->second, text, levels[level].caseSensitive);
-        key += it->second;
+        if (added) {
+            const std::size_t offset = known.size();
+            AppendCollationKey(known, text, levels[level].caseSensitive);
+            it->second = {offset, known.size() - offset};
+        }
+        key.append(known, it->second.offset, it->second.size);
+    };
+    auto appendNumber = [&](std::size_t level, std::string_view text) {
+        const std::string_view trimmed = Trim(text);
+        double value = 0;
+        if (trimmed.empty()) {
+            key += kBlank;
+        } else if (ParseNumber(trimmed, value)) {
+            key += kNumber;
+            AppendNumber(key, value);
+        } else {
+            key += kNotNumber;
+            appendText(level, text);
+        }
     };
 
     for (std::size_t position = 0; position < lines.size(); ++position) {
         const qb::TxnLine& line = *lines[position];
         if (debug) debug("DBG, Line " + std::to_string(position));
 
-        std::string taxCode = line.salesTaxCodeFullName;
+        std::string_view taxCode = line.salesTaxCodeFullName;
         if (taxCode.empty()) taxCode = previousTaxCode;
         previousTaxCode = taxCode;
 
-        std::string key;
         for (std::size_t index = 0; index < levels.size(); ++index) {
-            const SortLevel& level = levels[index];
-            const std::string& name = level.field;
             const std::size_t start = key.size();
-            bool itemLevel = false;
-            if (name == "Item Full Name" || name == "Item Name") {
-                const std::string& full = line.itemFullName;
-                appendText(
-                    key, index,
-                    Cut(name == "Item Name" ? Trim(ItemNameOf(full)) : full, kItemNameWidth));
-                itemLevel = true;
-            } else if (name == "Price") {
-                AppendNumberLevel(key, line.rate.empty() ? line.ratePercent : line.rate,
-                                  level.caseSensitive);
-            } else if (name == "Qty") {
-                AppendNumberLevel(key, line.quantity, level.caseSensitive);
-            } else if (name == "Amount") {
-                AppendNumberLevel(key, line.amount, level.caseSensitive);
-            } else {
-                const std::string text = name == "Desc"       ? line.desc
-                                         : name == "Class"    ? line.classFullName
-                                         : name == "Tax Code" ? taxCode
-                                         : name == "Other1"   ? line.other1
-                                         : name == "Other2"   ? line.other2
-                                                              : CustomFieldValue(line, name);
-                appendText(key, index, text);
+            switch (fields[index]) {
+                case Field::ItemFull:
+                    appendText(index, Cut(line.itemFullName, kItemNameWidth));
+                    break;
+                case Field::ItemName:
+                    appendText(index, Cut(Trim(NameAfterColon(line.itemFullName)), kItemNameWidth));
+                    break;
+                case Field::Price:
+                    appendNumber(index, line.rate.empty() ? line.ratePercent : line.rate);
+                    break;
+                case Field::Qty:
+                    appendNumber(index, line.quantity);
+                    break;
+                case Field::Amount:
+                    appendNumber(index, line.amount);
+                    break;
+                case Field::Desc:
+                    appendText(index, line.desc);
+                    break;
+                case Field::Class:
+                    appendText(index, line.classFullName);
+                    break;
+                case Field::TaxCode:
+                    appendText(index, taxCode);
+                    break;
+                case Field::Other1:
+                    appendText(index, line.other1);
+                    break;
+                case Field::Other2:
+                    appendText(index, line.other2);
+                    break;
+                case Field::Custom:
+                    appendText(index, CustomFieldValue(line, levels[index].field));
             }
             // Inverting every byte of a level, its end mark included, reverses that level's
             // order and nothing else.
-            if (level.descending)
+            if (levels[index].descending)
                 for (std::size_t i = start; i < key.size(); ++i)
                     key[i] = static_cast<char>(~static_cast<unsigned char>(key[i]));
             // Blank and description lines kept under their line are told apart from it by
             // position alone, so levels after the item level have nothing left to decide.
+            const bool itemLevel =
+                fields[index] == Field::ItemFull || fields[index] == Field::ItemName;
             if (itemLevel && settings.keepBlankItems) break;
         }
-        keys.push_back(std::move(key));
+        keys.ends.push_back(key.size());
         if (debug) debug("DBG, NExt Line");
     }
     return keys;

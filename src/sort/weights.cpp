@@ -42,9 +42,11 @@ void FillLineWeights(const std::vector<qb::TxnLine>& table, std::size_t first, s
     };
     log("Fill AR With Line Weights Entered ");
     double total = 0;
-    // Sales orders are not weighed; neither are kinds that are never sorted.
-    const bool weighed = kind == qb::TxnKind::Invoice || kind == qb::TxnKind::SalesReceipt ||
-                         kind == qb::TxnKind::Estimate;
+    // Sales orders are not weighed; neither are kinds that are never sorted. Without a field
+    // to receive them no weight is recorded, so no item is looked up either.
+    const bool weighed = !settings.netWeightTotalField.empty() &&
+                         (kind == qb::TxnKind::Invoice || kind == qb::TxnKind::SalesReceipt ||
+                          kind == qb::TxnKind::Estimate);
     const std::size_t end = std::min(table.size(), first + count);
     for (std::size_t i = first; weighed && i < end; ++i) {
         const qb::TxnLine& line = table[i];
@@ -61,7 +63,6 @@ void FillLineWeights(const std::vector<qb::TxnLine>& table, std::size_t first, s
             }
         }
         const double weight = std::round(itemWeight * LeadingNumber(line.quantity) * 100) / 100;
-        if (settings.netWeightTotalField.empty()) continue;
         plan.weights.push_back(
             {txnID, line.txnLineID, settings.netWeightTotalField, FormatWeight(weight)});
         total += weight;
