@@ -51,13 +51,6 @@ TEST_F(ScreenSearchTest, FindWindowLikeSkipsOneCharacterTitlesAndListsChildrenFi
     EXPECT_EQ(FindWindowLike(t.app, 0, "?", "*").count(), 0);
     EXPECT_EQ(FindWindowLike(t.app, 0, "??", "*").handles, std::vector<Hwnd>{xy});
     EXPECT_EQ(FindWindowLike(t.app, 0, "*A", "Static").titles, std::vector<std::string>{"Child A"});
-
-    // With a control id, only that control.
-    Hwnd form = Top("Form");
-    sim.AddChildWindow(form, "Edit", "first", 7);
-    Hwnd second = sim.AddChildWindow(form, "Edit", "second", 8);
-    EXPECT_EQ(FindWindowLike(t.app, form, "*", "*", 8).handles, std::vector<Hwnd>{second});
-    EXPECT_EQ(FindWindowLike(t.app, 0, "*", "*", 9).count(), 0);
 }
 
 TEST_F(ScreenSearchTest, Handle4TextTakesTheFirstMatchChildBeforeParent) {
@@ -137,31 +130,6 @@ TEST(ScreenButtonLabelTest, TellsQuickBooksButtonsFromFieldTexts) {
         {"", false},  // the empty slots of the table match nothing
     };
     for (const Case& c : cases) EXPECT_EQ(IsButtonLabel(s, c.text), c.label) << c.text;
-}
-
-TEST(ScreenQuickBooksSearchTest, ChildTextsOfTheNamedWindowAndAControlsText) {
-    TestApp t;
-    sim::SimScenario sc;
-    sc.windows.push_back(sim::MakeTrnsWindow(
-        TrnsKind::Invoice,
-        {"Kristy Abercrombie", "", "Intuit Product Invoice", "12/15/2024", "1001"}));
-    SimDesktop desktop(sc);
-    t.app.sys.desktop = &desktop;
-    // The named window's child texts keep the fields, not the buttons; at most 11.
-    t.app.screen.childTextTitle = "Create Invoices";
-    FindWindowLike(t.app, 0, "Create Invoices*", "*");
-    EXPECT_EQ(
-        ChildFieldTexts(t.app.screen),
-        (std::vector<std::string>{"Kristy Abercrombie", "Intuit Product Invoice", "12/15/2024",
-                                  "1001", "Kristy Abercrombie", "Kristy Abercrombie", "Net 30"}));
-    t.app.screen.childTexts.assign(15, "field");
-    EXPECT_EQ(ChildFieldTexts(t.app.screen).size(), 11u);
-
-    // A control's text, read and focused.
-    EXPECT_EQ(GetControlText(t.app, "Create Invoices*", "MauiForm", 1004).text, "1001");
-    EXPECT_EQ(desktop.FocusedField(desktop.TrnsWindow(TrnsKind::Invoice)), 4);
-    EXPECT_EQ(GetControlText(t.app, "Create Invoices*", "MauiForm", 77).reports.back(),
-              "Did not find child ID=77");
 }
 
 }  // namespace

@@ -141,26 +141,16 @@ struct ScreenState {
 std::string HexHwnd(Hwnd wnd);
 
 // Every window below startWnd (0: the desktop) whose title matches titlePattern, whose title is
-// at least 2 characters long and whose class matches classPattern; with childId, only child
-// windows with that control id. Depth-first, a window's children before the window.
+// at least 2 characters long and whose class matches classPattern. Depth-first, a window's
+// children before the window.
 WindowMatches FindWindowLike(App& app, Hwnd startWnd, std::string_view titlePattern,
-                             std::string_view classPattern, std::optional<int> childId = {});
+                             std::string_view classPattern);
 
 // The first window (children before their parent) whose trimmed text and class match; below
 // startWnd (0: the desktop) when searchChildren, else among the windows after startWnd. 0 when
 // none. A walk past 10 seconds writes the looping error to the error log and goes on.
 Hwnd GetWindowsHandle4Text(App& app, Hwnd startWnd, std::string_view textPattern,
                            std::string_view classPattern, bool searchChildren = true);
-
-struct ControlText {
-    std::string text;
-    Hwnd control = 0;
-    int windows = 0, children = 0;
-    std::vector<std::string> reports;  // what the diagnostic found, in order
-};
-// The text of control childId of the window with that title and class; leaves the focus on it.
-ControlText GetControlText(App& app, const std::string& title, const std::string& className,
-                           int childId);
 
 void FillButtonLabels(ScreenState& state);
 // True when the upper-case text begins with one of the labels (filled on first use).
@@ -231,9 +221,6 @@ void SetMessageMode(App& app);
 // Sends keys; in message mode only navigation keys go out. Plain text goes one character at a
 // time with "(", ")" and "%" escaped. False when a send failed.
 bool SendKeysEscaped(App& app, std::string_view keys, bool wait);
-// Brings the window whose title begins with `title` to the front and sends keys (if any).
-// The keys are sent with wait.
-bool BringUpAndSendKeys(App& app, const std::string& title, std::string_view keys);
 // The copy keystroke; sets the last answer to 0 first (a failure may ask the user, who can
 // cancel: the last answer is then 2).
 bool SendCopyKeys(App& app, std::string_view keys);

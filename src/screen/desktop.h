@@ -29,7 +29,6 @@ class Desktop {
     // (Named apart from the Win32 functions, which <windows.h> turns into macros.)
     virtual std::string WindowText(Hwnd wnd, int maxChars = 255) = 0;
     virtual std::string WindowClass(Hwnd wnd, int maxChars = 255) = 0;
-    virtual int GetControlId(Hwnd wnd) = 0;  // GWL_ID
     // FindWindowExA: the next child of `parent` after `after` (0: the first) whose class and
     // title equal the given ones (empty: any).
     virtual Hwnd FindChild(Hwnd parent, Hwnd after, const std::string& className,
@@ -46,8 +45,6 @@ class Desktop {
     virtual bool SetFocus(Hwnd wnd) = 0;
     // SetWindowPos with HWND_TOPMOST (on) or HWND_NOTOPMOST (off) at the given position.
     virtual bool SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int height) = 0;
-    // Brings the top-level window whose title begins with `titlePrefix` to the front.
-    virtual bool AppActivate(const std::string& titlePrefix) = 0;
     // Brings that top-level window to the front (restored when minimized).
     virtual bool Activate(Hwnd wnd) = 0;
 

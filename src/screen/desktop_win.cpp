@@ -44,48 +44,6 @@ std::string FitBuffer(std::string s, int maxChars) {
     return s;
 }
 
-std::wstring TitleOf(HWND wnd) {
-    int n = GetWindowTextLengthW(wnd);
-    if (n <= 0) return {};
-    std::wstring w(static_cast<size_t>(n) + 1, L'\0');
-    n = GetWindowTextW(wnd, w.data(), n + 1);
-    w.resize(static_cast<size_t>(n > 0 ? n : 0));
-    return w;
-}
-
-bool SameText(const std::wstring& a, const std::wstring& b, size_t len) {
-    if (a.size() < len || b.size() < len) return false;
-    return CompareStringOrdinal(a.data(), static_cast<int>(len), b.data(), static_cast<int>(len),
-                                TRUE) == CSTR_EQUAL;
-}
-
-struct TitleSearch {
-    const std::wstring* title;
-    HWND exact = nullptr, prefix = nullptr;
-};
-
-// A named CALLBACK, not a lambda: 32-bit Windows calls it with the stdcall convention.
-BOOL CALLBACK MatchTitle(HWND wnd, LPARAM param) {
-    auto* s = reinterpret_cast<TitleSearch*>(param);
-    if (!IsWindowVisible(wnd)) return TRUE;
-    std::wstring t = TitleOf(wnd);
-    if (!SameText(t, *s->title, s->title->size())) return TRUE;
-    if (t.size() == s->title->size()) {
-        s->exact = wnd;
-        return FALSE;
-    }
-    if (!s->prefix) s->prefix = wnd;
-    return TRUE;
-}
-
-// The visible top-level window titled `title`, or else the first (top of the z-order) whose
-// title begins with it, both compared without case, as the shell's AppActivate chooses.
-HWND FindTopLevelByTitle(const std::wstring& title) {
-    TitleSearch search{&title};
-    EnumWindows(MatchTitle, reinterpret_cast<LPARAM>(&search));
-    return search.exact ? search.exact : search.prefix;
-}
-
 // AttachThreadInput needs a message queue on both threads; a thread gets one with its first
 // message call.
 void EnsureMessageQueue() {
@@ -339,10 +297,6 @@ class Win32Desktop : public Desktop {
         int n = GetClassNameW(H(wnd), buf.data(), maxChars);
         return FitBuffer(Utf8(buf.data(), n), maxChars);
     }
-    int GetControlId(Hwnd wnd) override {
-        return static_cast<int>(GetWindowLongPtrW(H(wnd), GWLP_ID));
-    }
-
     Hwnd FindChild(Hwnd parent, Hwnd after, const std::string& className,
                    const std::string& title) override {
         std::wstring cls = Wide(className), text = Wide(title);
@@ -389,12 +343,6 @@ class Win32Desktop : public Desktop {
     bool SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int height) override {
         return SetWindowPos(H(wnd), on ? HWND_TOPMOST : HWND_NOTOPMOST, left, top, width, height,
                             0) != 0;
-    }
-
-    bool AppActivate(const std::string& titlePrefix) override {
-        if (titlePrefix.empty()) return false;
-        HWND wnd = FindTopLevelByTitle(Wide(titlePrefix));
-        return wnd && BringToFront(wnd);
     }
 
     bool Activate(Hwnd wnd) override {

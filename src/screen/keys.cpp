@@ -59,18 +59,6 @@ bool SendKeysEscaped(App& app, std::string_view keys, bool wait) {
     return ok;
 }
 
-bool BringUpAndSendKeys(App& app, const std::string& title, std::string_view keys) {
-    DebugLog(app, "Bring Up And Send Keys Entered " + title + " " + std::string(keys), 5);
-    app.sys.events->DoEvents();
-    if (!app.sys.desktop->AppActivate(title)) {
-        DebugLog(app, "Bring Up And Send Keys no window " + title, 1);
-        return false;
-    }
-    app.sys.clock->Sleep(kAfterActivateMs);
-    if (keys.empty()) return true;
-    return SendKeysEscaped(app, keys, true);
-}
-
 bool SendCopyKeys(App& app, std::string_view keys) {
     app.common.lastAnswer = 0;
     if (app.screen.messageMode) return SendKeysEscaped(app, keys, true);

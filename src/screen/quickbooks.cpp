@@ -180,7 +180,7 @@ std::vector<std::string> DescribeScreen(App& app, bool& found) {
     out.push_back("year: " + t.year);
     out.push_back("edition: " + t.edition);
     out.push_back("company: " + t.company.value_or(""));
-    std::string transaction = "none", windows;
+    std::string transaction = "none", windows, formTitle;
     int open = 0;
     for (TrnsKind kind : {TrnsKind::Invoice, TrnsKind::Estimate, TrnsKind::SalesOrder,
                           TrnsKind::SalesReceipt, TrnsKind::PurchaseOrder}) {
@@ -189,7 +189,7 @@ std::vector<std::string> DescribeScreen(App& app, bool& found) {
         windows += std::string(TrnsKindTitle(kind)) + " " + std::to_string(n);
         if (n == 0 || kind == TrnsKind::PurchaseOrder) continue;
         ++open;
-        transaction = TrnsKindTitle(kind);
+        transaction = formTitle = TrnsKindTitle(kind);
     }
     // The number is the field after the date, read by window messages without a keystroke;
     // QuickBooks versions that keep their fields out of reach of messages show the kind alone.
@@ -205,6 +205,18 @@ std::vector<std::string> DescribeScreen(App& app, bool& found) {
         afterDate = afterDate || IsScreenDate(text);
     }
     out.push_back("transaction: " + (open == 1 ? transaction : std::string("none")));
+    // The texts of the open form's fields, its buttons left out: what support needs to tell a
+    // form whose fields moved from one whose fields messages cannot reach (then none show).
+    if (open == 1) {
+        s.childTextTitle = formTitle;
+        s.childTexts.clear();
+        FindWindowLike(app, main, formTitle + "*", "*");
+        s.childTextTitle.clear();
+        std::string fields;
+        for (const std::string& text : ChildFieldTexts(s))
+            fields += (fields.empty() ? "" : " | ") + text;
+        out.push_back("fields: " + fields);
+    }
     out.push_back("windows: " + windows);
     std::string dialog = QbDialogTitle(app);
     out.push_back("dialog: " + (dialog.empty() ? std::string("none") : dialog));

@@ -12,7 +12,6 @@ namespace {
 
 // The buffer size the window-text and class-name reads are given.
 constexpr int kTextBuffer = 255;
-constexpr int kControlTextBuffer = 500;
 constexpr double kSearchSeconds = 10;
 constexpr int kMaxChildFieldTexts = 11;
 
@@ -98,8 +97,7 @@ void CollectChildTexts(App& app, Hwnd parent) {
 }
 
 void FindWindowLikeWalk(App& app, Hwnd startWnd, std::string_view titlePattern,
-                        std::string_view classPattern, std::optional<int> childId,
-                        WindowMatches& out) {
+                        std::string_view classPattern, WindowMatches& out) {
     ScreenState& s = app.screen;
     Desktop& d = *app.sys.desktop;
     ++s.fwlLevel;
@@ -107,12 +105,11 @@ void FindWindowLikeWalk(App& app, Hwnd startWnd, std::string_view titlePattern,
     DebugLog(app, "Find Window Get Window " + HexHwnd(child), 9);
     while (child != 0) {
         app.sys.events->DoEvents();
-        FindWindowLikeWalk(app, child, titlePattern, classPattern, childId, out);
+        FindWindowLikeWalk(app, child, titlePattern, classPattern, out);
         std::string title = d.WindowText(child, kTextBuffer);
         std::string cls = d.WindowClass(child, kTextBuffer);
         // A title shorter than two characters is never taken, whatever the pattern.
         bool match = title.size() >= 2 && Like(title, titlePattern) && Like(cls, classPattern);
-        if (match && childId) match = d.GetParent(child) != 0 && d.GetControlId(child) == *childId;
         if (match) {
             out.handles.push_back(child);
             out.titles.push_back(title);
@@ -134,7 +131,7 @@ std::string HexHwnd(Hwnd wnd) {
 }
 
 WindowMatches FindWindowLike(App& app, Hwnd startWnd, std::string_view titlePattern,
-                             std::string_view classPattern, std::optional<int> childId) {
+                             std::string_view classPattern) {
     ScreenState& s = app.screen;
     s.fwlLevel = 0;
     if (startWnd == 0) startWnd = app.sys.desktop->GetDesktopWindow();
@@ -143,7 +140,7 @@ WindowMatches FindWindowLike(App& app, Hwnd startWnd, std::string_view titlePatt
                  Str(classPattern),
              5);
     WindowMatches out;
-    FindWindowLikeWalk(app, startWnd, titlePattern, classPattern, childId, out);
+    FindWindowLikeWalk(app, startWnd, titlePattern, classPattern, out);
     return out;
 }
 
@@ -158,43 +155,6 @@ Hwnd GetWindowsHandle4Text(App& app, Hwnd startWnd, std::string_view textPattern
     if (startWnd == 0) startWnd = app.sys.desktop->GetDesktopWindow();
     DebugLog(app, "Get Windows Handle 4 text=" + HexHwnd(startWnd), 5);
     return Handle4TextWalk(app, startWnd, textPattern, classPattern, searchChildren);
-}
-
-ControlText GetControlText(App& app, const std::string& title, const std::string& className,
-                           int childId) {
-    DebugLog(app,
-             "Get Control Text entered " + title + " " + className + " " + std::to_string(childId),
-             5);
-    ControlText r;
-    Desktop& d = *app.sys.desktop;
-    WindowMatches windows = FindWindowLike(app, 0, title, className);
-    WindowMatches children;
-    r.windows = windows.count();
-    if (r.windows > 0) {
-        Hwnd wnd = windows.handles[0];
-        r.reports.push_back("Found " + HexHwnd(wnd));
-        children = FindWindowLike(app, wnd, "*", "*", childId);
-        r.children = children.count();
-        if (r.children == 1) {
-            r.control = children.handles[0];
-            r.reports.push_back("Found child " + HexHwnd(r.control));
-            r.reports.push_back("Setting focus to child " + HexHwnd(r.control));
-        } else if (r.children == 0) {
-            r.reports.push_back("Did not find child ID=" + std::to_string(childId));
-        } else {
-            r.control = children.handles[0];
-            r.reports.push_back("Found more than one child ID=" + std::to_string(childId));
-        }
-    }
-    if (r.windows > 1) r.reports.push_back("Found " + std::to_string(r.windows) + " Windows");
-    DebugLog(app, "winds=" + std::to_string(r.windows) + ",childs=" + std::to_string(r.children),
-             1);
-    if (r.control == 0) return r;
-
-    r.text = d.GetTextByMessage(r.control, kControlTextBuffer);
-    if (r.text.empty()) r.reports.push_back("strn is blank");
-    d.SetFocus(r.control);
-    return r;
 }
 
 void FillButtonLabels(ScreenState& state) {

@@ -13,8 +13,6 @@ namespace {
 
 using screen::KeyStroke;
 
-constexpr int kFirstFieldId = 1000;
-
 std::string Cut(const std::string& text, int maxChars) {
     // A buffer of maxChars holds maxChars - 1 characters and the terminating NUL.
     if (maxChars <= 0) return {};
@@ -226,7 +224,6 @@ Hwnd SimDesktop::OpenTransactionWindow(const SimTrnsWindow& window) {
         Hwnd f = NewWindow(w, Role::Field, "Edit", "");
         nodes_[f].trns = w;
         nodes_[f].field = static_cast<int>(i);
-        nodes_[f].controlId = kFirstFieldId + static_cast<int>(i);
         t.fieldWnds.push_back(f);
     }
     for (const char* label :
@@ -261,12 +258,10 @@ void SimDesktop::AnswerDialog() {
     foreground_ = main_;
 }
 
-Hwnd SimDesktop::AddChildWindow(Hwnd parent, const std::string& className, const std::string& text,
-                                int controlId) {
+Hwnd SimDesktop::AddChildWindow(Hwnd parent, const std::string& className,
+                                const std::string& text) {
     if (!IsWindow(parent)) return 0;
-    Hwnd h = NewWindow(parent, Role::Plain, className, text);
-    nodes_[h].controlId = controlId;
-    return h;
+    return NewWindow(parent, Role::Plain, className, text);
 }
 
 void SimDesktop::Destroy(Hwnd wnd) {
@@ -333,11 +328,6 @@ std::string SimDesktop::WindowText(Hwnd wnd, int maxChars) {
 std::string SimDesktop::WindowClass(Hwnd wnd, int maxChars) {
     auto it = nodes_.find(wnd);
     return it == nodes_.end() ? std::string() : Cut(it->second.className, maxChars);
-}
-
-int SimDesktop::GetControlId(Hwnd wnd) {
-    auto it = nodes_.find(wnd);
-    return it == nodes_.end() ? 0 : it->second.controlId;
 }
 
 Hwnd SimDesktop::FindChild(Hwnd parent, Hwnd after, const std::string& className,
@@ -438,17 +428,6 @@ bool SimDesktop::SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int
     if (it == nodes_.end()) return false;
     it->second.topMost = on;
     return true;
-}
-
-bool SimDesktop::AppActivate(const std::string& titlePrefix) {
-    if (titlePrefix.empty()) return false;
-    for (Hwnd w : nodes_.at(desktop_).children) {
-        std::string title = TextOf(w);
-        if (title.size() >= titlePrefix.size() &&
-            EqualsNoCase(std::string_view(title).substr(0, titlePrefix.size()), titlePrefix))
-            return Activate(w);
-    }
-    return false;
 }
 
 bool SimDesktop::Activate(Hwnd w) {

@@ -124,7 +124,6 @@ class SimDesktop : public screen::Desktop {
     Hwnd GetParent(Hwnd wnd) override;
     std::string WindowText(Hwnd wnd, int maxChars = 255) override;
     std::string WindowClass(Hwnd wnd, int maxChars = 255) override;
-    int GetControlId(Hwnd wnd) override;
     Hwnd FindChild(Hwnd parent, Hwnd after, const std::string& className,
                    const std::string& title) override;
     int GetTextLength(Hwnd wnd) override;
@@ -134,7 +133,6 @@ class SimDesktop : public screen::Desktop {
     bool IsVisible(Hwnd wnd) override { return nodes_.count(wnd) != 0; }
     bool SetFocus(Hwnd wnd) override;
     bool SetTopMost(Hwnd wnd, bool on, int left, int top, int width, int height) override;
-    bool AppActivate(const std::string& titlePrefix) override;
     bool Activate(Hwnd wnd) override;
     bool SendKeys(const std::string& keys, bool wait) override;
     bool ClearClipboard() override;
@@ -146,8 +144,7 @@ class SimDesktop : public screen::Desktop {
     // A top-level window of another program; in front of the others when `front`.
     Hwnd AddTopLevelWindow(const std::string& title, const std::string& className, bool front);
     // A plain child window (a control of any class).
-    Hwnd AddChildWindow(Hwnd parent, const std::string& className, const std::string& text,
-                        int controlId = 0);
+    Hwnd AddChildWindow(Hwnd parent, const std::string& className, const std::string& text);
     // A dialog of QuickBooks (owned by its main window, in front, taking the keys); with
     // `onSave`, it shows at the next Alt+A instead of the window closing, as "Recording
     // Transaction" does. Answer it with AnswerDialog.
@@ -172,7 +169,7 @@ class SimDesktop : public screen::Desktop {
     // What the program did.
     std::vector<std::string> keysSent;   // every SendKeys text, in order
     std::vector<std::string> lostKeys;   // texts sent while no transaction window had the focus
-    std::vector<std::string> activated;  // titles of the windows AppActivate brought up
+    std::vector<std::string> activated;  // titles of the windows Activate brought up
     int altACount = 0;                   // Alt+A strokes a transaction window received
     std::vector<SimSave> saves;
     std::vector<SimTopMost> topMostCalls;
@@ -183,7 +180,6 @@ class SimDesktop : public screen::Desktop {
         Hwnd parent = 0, owner = 0;
         std::vector<Hwnd> children;  // z-order, top first
         std::string className, text;
-        int controlId = 0;
         Role role = Role::Plain;
         Hwnd trns = 0;  // Editor and Field: their transaction window
         int field = -1;

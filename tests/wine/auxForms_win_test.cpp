@@ -17,6 +17,7 @@
 #include "fakes/fakes.h"
 #include "screen/desktop.h"
 #include "ui/auxForms.h"
+#include "wine/fakeqb_win.h"
 #include "wine/screenshot_win.h"
 
 namespace pelmark::ui {
@@ -32,25 +33,7 @@ std::wstring W(const std::string& s) {
 }
 
 bool WaitFor(const std::function<bool()>& done, int ms = 10000) {
-    for (int waited = 0; waited < ms; waited += 20) {
-        if (done()) return true;
-        Sleep(20);
-    }
-    return done();
-}
-
-// Lets this thread's windows run while waiting (for the forms that are not modal).
-bool PumpUntil(const std::function<bool()>& done, int ms = 10000) {
-    for (int waited = 0; waited < ms; waited += 20) {
-        MSG msg;
-        while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
-            TranslateMessage(&msg);
-            DispatchMessageW(&msg);
-        }
-        if (done()) return true;
-        Sleep(20);
-    }
-    return done();
+    return test::WaitUntil(done, ms);
 }
 
 HWND WaitForForm(const std::string& caption) {
@@ -90,14 +73,6 @@ void ClickOn(HWND wnd, int dx = -1, int dy = -1) {
     in[1].mi.dwFlags |= MOUSEEVENTF_LEFTDOWN;
     in[2].mi.dwFlags |= MOUSEEVENTF_LEFTUP;
     SendInput(3, in, sizeof(INPUT));
-}
-
-void PressKey(WORD vk) {
-    INPUT in[2] = {};
-    in[0].type = in[1].type = INPUT_KEYBOARD;
-    in[0].ki.wVk = in[1].ki.wVk = vk;
-    in[1].ki.dwFlags = KEYEVENTF_KEYUP;
-    SendInput(2, in, sizeof(INPUT));
 }
 
 // Drives a modal form from another thread; if the script could not end the form, the escape
@@ -156,7 +131,7 @@ TEST(AuxFormsWinTest, SplashShowsItsTextsAndItsFrameOpensTheProductPage) {
 
     // The labels let a click through to the frame under them.
     ClickOn(Child(splash, "Corvalt"));
-    ASSERT_TRUE(PumpUntil([&] { return t.launcher.calls == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return t.launcher.calls == 1; }));
     EXPECT_EQ(t.launcher.started[0], (RecordingLauncher::Started{kProductPageUrl, ""}));
 
     CloseSplash(t.app);
@@ -204,51 +179,6 @@ TEST(AuxFormsWinTest, AgreementOnTopAcceptedOrDeclined) {
     t.app.frmMain.Find("chkEUAAccepted")->value = 1;
     EXPECT_TRUE(ShowAgreement(t.app, nullptr));
     EXPECT_EQ(FindWindowW(kFormClass, nullptr), nullptr);
-}
-
-// Read Me and Internal, which the main window's system menu opens: modal over their owner. The
-// Internal form shown is the one loaded hidden at start; Return hides it again, Close unloads it.
-TEST(AuxFormsWinTest, ReadMeAndInternalAnswerAndKeepTheirOwnerDisabled) {
-    TestApp t;
-    OwnerWindow owner;
-    LoadOtherForms(t.app, owner.wnd);
-    const HWND loaded = static_cast<HWND>(t.app.aux.internal);
-    ASSERT_TRUE(loaded && !IsWindowVisible(loaded));
-    const struct {
-        bool readMe;
-        const char* button;  // nullptr: Enter, for the default button
-        bool accepted, closed;
-    } steps[] = {{true, "&Decline", false, false},
-                 {true, nullptr, true, false},
-                 {false, "&Return", true, false},
-                 {false, "&Close", true, true}};
-    for (const auto& s : steps) {
-        SCOPED_TRACE(s.button ? s.button : "Enter");
-        std::atomic<bool> ownerDisabled{false};
-        std::atomic<HWND> shown{nullptr};
-        Driver driver(s.readMe ? "Pelmark - Read Me" : "Pelmark - Internal",
-                      s.readMe ? "&Decline" : "&Close", [&](HWND form) {
-                          ownerDisabled = !IsWindowEnabled(owner.wnd);
-                          shown = form;
-                          if (!s.button || s.closed)
-                              test::TakeScreenshot(s.readMe ? "aux-readme" : "aux-internal");
-                          if (s.button)
-                              ClickOn(Child(form, s.button));
-                          else
-                              PressKey(VK_RETURN);
-                      });
-        (s.readMe ? ShowReadMe : ShowInternal)(t.app, owner.wnd);
-        driver.Join();
-        EXPECT_TRUE(driver.found && driver.ended);
-        EXPECT_TRUE(ownerDisabled && IsWindowEnabled(owner.wnd));
-        if (!s.readMe) {
-            EXPECT_EQ(shown.load(), loaded);
-        }
-        EXPECT_EQ(t.app.aux.readMeAccepted, s.accepted);
-        EXPECT_EQ(t.app.aux.internalClosed, s.closed);
-        EXPECT_EQ(IsWindow(loaded) != FALSE, !s.closed);
-    }
-    EXPECT_EQ(t.app.aux.internal, nullptr);
 }
 
 TEST(AuxFormsWinTest, AboutShowsFoldersAndSizesAndStartsWhatIsClicked) {

@@ -1,11 +1,9 @@
 // Identifying the open transaction end to end: GetTrnsNo on the Win32 desktop against a
-// running fake QuickBooks, by real keystrokes and clipboard, and by window messages; and the
-// fake QuickBooks showing a company file's transaction again when it is asked to display it.
+// running fake QuickBooks, by real keystrokes and clipboard, and by window messages.
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <memory>
-#include <pugixml.hpp>
 #include <string>
 #include <vector>
 
@@ -14,8 +12,6 @@
 #include "screen/WindowsStuff.h"
 #include "screen/desktop.h"
 #include "wine/fakeqb_win.h"
-#include "wine/qbcom_win.h"
-#include "wine/screenshot_win.h"
 #include "wine/sortRig_win.h"
 
 namespace pelmark::screen {
@@ -45,10 +41,10 @@ struct WinTrnsNoTest : ::testing::Test {
     test::TestApp t;
 };
 
-// The title formats of QuickBooks 2014 to 2024 (tests/data/qb-titles.txt), each read by real
-// keystrokes and the clipboard while a browser window named after the company, and a window of
-// another class with a QuickBooks title, stand in front of it.
-TEST_F(WinTrnsNoTest, FindsQuickBooksInEveryTitleFormatBehindDecoys) {
+// Title formats of QuickBooks 2014 to 2024 (the native screen tests take every one of
+// tests/data/qb-titles.txt) found on the real desktop behind a browser window named after the
+// company; the first is read by real keystrokes and the clipboard.
+TEST_F(WinTrnsNoTest, FindsQuickBooksInTitleFormatsBehindDecoys) {
     const std::string company = kCompany;
     FakeQbProgram browser({"--class", "Chrome_WidgetWin_1", "--title",
                            company + "  - QuickBooks Pro 2014 - Google Chrome"});
@@ -60,12 +56,8 @@ TEST_F(WinTrnsNoTest, FindsQuickBooksInEveryTitleFormatBehindDecoys) {
     const struct {
         const char *version, *year, *edition;
     } rows[] = {{"pro2014", "2014", "Pro"},
-                {"premier2016", "2016", "Premier"},
-                {"pro2019", "2019", "Pro"},
                 {"accountant2019", "2019", "Accountant"},
-                {"enterprise18", "2018", "Enterprise Solutions: Accountant"},
-                {"enterprise24", "2024", "Enterprise Solutions: Manufacturing and Wholesale"},
-                {"premierplus2024", "2024", "Premier Plus"}};
+                {"enterprise24", "2024", "Enterprise Solutions: Manufacturing and Wholesale"}};
     for (const auto& r : rows) {
         SCOPED_TRACE(r.version);
         FakeQbProgram qb({"--company", kCompany, "--version", r.version, "--window", kInvoice});
@@ -124,64 +116,6 @@ TEST_F(WinTrnsNoTest, ReadsTheHeaderByMessagesWithoutTouchingTheClipboard) {
     EXPECT_TRUE(Prompts().empty()) << Prompts()[0];
     // No copy keystroke went out in message mode.
     EXPECT_EQ(desktop->GetClipboardText(), "");
-}
-
-// The lines of a queried invoice listed again as new lines in reverse order, as a modify.
-std::string ReversedLinesMod(pugi::xml_node invoice) {
-    std::string lines;
-    for (pugi::xml_node l : invoice.children("InvoiceLineRet")) {
-        lines = "<InvoiceLineMod><TxnLineID>-1</TxnLineID><ItemRef><FullName>" +
-                std::string(l.child("ItemRef").child_value("FullName")) +
-                "</FullName></ItemRef><Desc>" + l.child_value("Desc") + "</Desc><Quantity>" +
-                l.child_value("Quantity") + "</Quantity><Rate>" + l.child_value("Rate") +
-                "</Rate><Amount>" + l.child_value("Amount") +
-                "</Amount><SalesTaxCodeRef><FullName>" +
-                l.child("SalesTaxCodeRef").child_value("FullName") +
-                "</FullName></SalesTaxCodeRef></InvoiceLineMod>" + lines;
-    }
-    return std::string("<InvoiceModRq><InvoiceMod><TxnID>") + invoice.child_value("TxnID") +
-           "</TxnID><EditSequence>" + invoice.child_value("EditSequence") + "</EditSequence>" +
-           lines + "</InvoiceMod></InvoiceModRq>";
-}
-
-TEST_F(WinTrnsNoTest, ACompanyFilesTransactionIsShownAndShownAgainWhenDisplayed) {
-    test::TempDir dir;
-    const std::string company = test::CopySampleCompany(dir.path());
-    test::QbComRegistration server(company);
-    ASSERT_TRUE(server.ok());
-    FakeQbProgram qb({"--company-file", company, "--open", "invoice:3001"});
-    ASSERT_NE(qb.main(), nullptr);
-    EXPECT_EQ(GetTrnsNo(t.app), "3001");
-    EXPECT_EQ(t.app.screen.customerName, "Baker Hardware:Store 12");
-    EXPECT_EQ(t.app.screen.trnsDate, "03/04/2024");
-    EXPECT_EQ(t.app.screen.qbAppTitle, "Pelmark Sample Supply Co.");
-    const std::vector<std::string> before{"Widget", "Bracket 2in", "Labor", "Freight"};
-    EXPECT_EQ(FakeQbProgram::ShownItems(qb.TrnsWindow("Create Invoices")), before);
-    test::TakeScreenshot("fakeqb-company-invoice-before");
-
-    std::string response;
-    qb::TransportResult r = test::AskThroughCom(
-        "<InvoiceQueryRq><RefNumber>3001</RefNumber><IncludeLineItems>true</IncludeLineItems>"
-        "</InvoiceQueryRq>",
-        &response);
-    ASSERT_TRUE(r.ok) << r.message;
-    pugi::xml_document doc;
-    ASSERT_TRUE(doc.load_string(response.c_str()));
-    pugi::xml_node invoice = doc.select_node("//InvoiceRet").node();
-    r = test::AskThroughCom(ReversedLinesMod(invoice) +
-                                "<TxnDisplayModRq><TxnDisplayModType>Invoice</TxnDisplayModType>"
-                                "<TxnID>" +
-                                invoice.child_value("TxnID") + "</TxnID></TxnDisplayModRq>",
-                            &response);
-    ASSERT_TRUE(r.ok) << r.message;
-    ASSERT_EQ(response.find("statusSeverity=\"Error\""), std::string::npos) << response;
-
-    const std::vector<std::string> after(before.rbegin(), before.rend());
-    EXPECT_TRUE(test::WaitUntil(
-        [&] { return FakeQbProgram::ShownItems(qb.TrnsWindow("Create Invoices")) == after; },
-        5000));
-    EXPECT_EQ(FakeQbProgram::ShownItems(qb.TrnsWindow("Create Invoices")), after);
-    test::TakeScreenshot("fakeqb-company-invoice-after");
 }
 
 }  // namespace
