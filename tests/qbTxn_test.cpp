@@ -496,6 +496,7 @@ TEST_F(QbTxnTest, TheDisplayRequestNamesTheKindAndTransaction) {
         EXPECT_EQ(rq.GetValue("TxnID"), c.txnID);
     }
     EXPECT_TRUE(t.prompter.shown.empty());
+    ExpectValid("display");
 
     t.company().Script("TxnDisplayModRq", test::Rs("TxnDisplayModRs", 3000, "Error",
                                                    "The given object ID is invalid"));
