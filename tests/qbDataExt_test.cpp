@@ -170,7 +170,7 @@ TEST(QbConformance, EveryRequestSentPassesTheValidator) {
     std::map<std::string, std::string> documents;
     auto keep = [&](const std::string& scenario, const test::QbTestApp& t) {
         int n = 0;
-        for (const std::string& rq : t.qb.transport.requests)
+        for (const std::string& rq : t.transport().requests)
             documents[scenario + "_" + std::to_string(n++) + ".xml"] = rq;
     };
     for (const std::vector<std::string>& versions :
