@@ -109,37 +109,6 @@ TEST_F(QbDataExtTest, AnEmptyValueWithDeleteWhenEmptySendsOneDelete) {
     EXPECT_TRUE(t.Traced("Data Ext Del Txn Sub 0,Colour,1A2B-1234567890,Invoice,1A2D-1234567890"));
 }
 
-TEST_F(QbDataExtTest, XmlModeSendsAPreparedAddAsAModify) {
-    MsgSetRequest prepared("US", 7, 0);
-    Node& ext = prepared.Append("DataExtAddRq").Child("DataExtAdd");
-    ext.Field("OwnerID").SetValue("0");
-    ext.Field("DataExtName").SetValue("Colour");
-    ext.Field("TxnDataExtType").SetValue("Invoice");
-    ext.Field("TxnID").SetValue("1A2B-1234567890");
-    ext.Field("DataExtValue").SetValue("Red");
-    const std::string expected = [&] {
-        std::string xml = prepared.ToXMLString();
-        for (auto [from, to] :
-             {std::pair{"DataExtAddRq", "DataExtModRq"}, std::pair{"DataExtAdd>", "DataExtMod>"}}) {
-            for (std::size_t at; (at = xml.find(from)) != std::string::npos;)
-                xml.replace(at, std::string(from).size(), to);
-        }
-        return xml;
-    }();
-    for (bool add : {true, false}) {
-        sentBefore = t.transport().requests.size();
-        DataExtOptions o;
-        o.useXml = true;
-        o.request = &prepared;
-        o.fallBackToMod = true;
-        t.company().Script("DataExtModRq", NoValue());  // no fallback in XML mode
-        EXPECT_FALSE(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o));
-        ASSERT_EQ(t.RequestsFrom(sentBefore).size(), 1u) << add;
-        EXPECT_EQ(t.transport().requests.back(), expected);
-        EXPECT_EQ(expected.find("DataExtAdd"), std::string::npos);
-    }
-}
-
 TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {
     DataExtOptions o = Red();
     o.lineID = "1A2D-1234567890";
@@ -170,7 +139,7 @@ TEST(QbConformance, EveryRequestSentPassesTheValidator) {
     std::map<std::string, std::string> documents;
     auto keep = [&](const std::string& scenario, const test::QbTestApp& t) {
         int n = 0;
-        for (const std::string& rq : t.qb.transport.requests)
+        for (const std::string& rq : t.transport().requests)
             documents[scenario + "_" + std::to_string(n++) + ".xml"] = rq;
     };
     for (const std::vector<std::string>& versions :

@@ -69,6 +69,19 @@ TEST(QbSimIntegration, OpensAtTheVersionTheHostAcceptsAndLoadsTheLists) {
     }
     EXPECT_TRUE(weighed) << "item custom fields come back with OwnerID 0";
     EXPECT_TRUE(s.prompter.shown.empty()) << s.Prompt();
+
+    // A user who may not see costs: both lists are asked for again with the limited elements.
+    SimApp restricted([](pugi::xml_node root) {
+        root.child("QBSimSettings").attribute("restrictedUser").set_value("true");
+    });
+    std::vector<std::string> progress;
+    restricted.app.statusHook = [&](const std::string& text) { progress.push_back(text); };
+    ASSERT_TRUE(QBInit(restricted.app)) << restricted.Prompt();
+    ASSERT_TRUE(SalesTaxCodeQuerySub(restricted.app)) << restricted.Prompt();
+    EXPECT_EQ(std::count(progress.begin(), progress.end(), "Retrying for permissions"), 2);
+    EXPECT_EQ(restricted.app.items.count(), s.app.items.count());
+    EXPECT_FALSE(restricted.app.qb.salesTaxCodes.empty());
+    EXPECT_TRUE(restricted.prompter.shown.empty()) << restricted.Prompt();
 }
 
 // The program tests qbsim's answer to a modify of a field without a value for the words

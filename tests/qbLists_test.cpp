@@ -1,5 +1,6 @@
-// The list queries: every item kind the reader knows, the permission retry, the statuses that
-// are not errors, and the customer, sales tax code and template lists.
+// The list queries: every item kind the reader knows, the statuses that are not errors, and the
+// customer, sales tax code and template lists (the permission retry runs against qbsim in
+// qbIntegration_test).
 #include <gtest/gtest.h>
 
 #include "fakes/qbFakes.h"
@@ -100,15 +101,10 @@ TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
     EXPECT_EQ(t.app.items.salesTaxItems.count("ca tax"), 1u);
     EXPECT_EQ(t.app.items.salesTaxGroups.count("Bay Area"), 1u);
 
-    EXPECT_TRUE(t.Traced("ItemServiceRet: FullName = Labor:Install, SalesTaxCodeRef = Non"));
-    EXPECT_TRUE(t.Traced("ItemotherchargeRet: FullName = Freight"));
-    EXPECT_TRUE(t.Traced("ItemInventoryRet: FullName = Parts:Widget, QuantityOnHand = 12"));
-    EXPECT_TRUE(t.Traced("ItemNonInventoryRet: FullName = Gift"));
     EXPECT_EQ(FindItem(t.app, "Future"), nullptr);
     const auto err = t.ErrLines();
     EXPECT_NE(std::find(err.begin(), err.end(), "ERROR\tUnknown Item Type ItemFutureRet"),
               err.end());
-    EXPECT_TRUE(t.Traced("Item Query Sub Exit"));
 
     // The query asks for the custom fields.
     ASSERT_EQ(Sent().size(), 1u);
@@ -136,55 +132,6 @@ TEST_F(QbListsTest, StatusesThatAreNotErrors) {
                              ", Message = m, Severity = " + c.severity));
     }
     EXPECT_TRUE(t.prompter.shown.empty());
-}
-
-TEST_F(QbListsTest, PermissionTroubleIsRetriedOnceWithTheLimitedElementList) {
-    const struct {
-        const char* name;
-        const char* rq;
-        const char* rs;
-        bool (*query)(App&);
-        std::vector<std::string> limited;
-    } cases[] = {
-        {"items",
-         "ItemQueryRq",
-         "ItemQueryRs",
-         [](App& a) { return ItemQuerySub(a); },
-         {"Name", "FullName", "ListID", "EditSequence", "SalesPrice", "PurchaseCost", "PrefVendorRef",
-          "ItemDesc", "SalesDesc", "PurchaseDesc", "IsActive", "DataExtRet", "SalesTaxCodeRef",
-          "SalesOrPurchase", "SalesAndPurchase", "TaxRate", "DiscountRate", "DiscountRatePercent"}},
-        {"sales tax codes",
-         "SalesTaxCodeQueryRq",
-         "SalesTaxCodeQueryRs",
-         [](App& a) { return SalesTaxCodeQuerySub(a); },
-         {"Name", "ListID", "EditSequence", "Desc", "IsActive"}},
-    };
-    for (const auto& c : cases) {
-        t.prompter.shown.clear();
-        sentBefore = t.transport().requests.size();
-        std::vector<std::string> progress;
-        t.app.statusHook = [&](const std::string& s) { progress.push_back(s); };
-        t.company().Script(c.rq, Rs(c.rs, 3260, "Error", kNoPermission));
-        t.company().Script(c.rq, OkRs(c.rs,
-                                      "<ItemServiceRet><Name>Labor</Name><FullName>Labor"
-                                      "</FullName></ItemServiceRet><SalesTaxCodeRet><Name>Tax"
-                                      "</Name><ListID>X</ListID></SalesTaxCodeRet>"));
-        EXPECT_TRUE(c.query(t.app)) << c.name;
-        EXPECT_EQ(progress, std::vector<std::string>{"Retrying for permissions"}) << c.name;
-        std::vector<std::string> sent = Sent();
-        ASSERT_EQ(sent.size(), 2u) << c.name;
-        EXPECT_EQ(sent[0].find("IncludeRetElement"), std::string::npos);
-        std::string elements;
-        for (const std::string& e : c.limited)
-            elements += "<IncludeRetElement>" + e + "</IncludeRetElement>";
-        std::string second = sent[1];
-        second.erase(std::remove_if(second.begin(), second.end(), ::isspace), second.end());
-        EXPECT_NE(second.find(elements), std::string::npos) << c.name << "\n" << sent[1];
-        EXPECT_TRUE(t.prompter.shown.empty());
-    }
-    EXPECT_NE(FindItem(t.app, "Labor"), nullptr);
-    ASSERT_EQ(t.app.qb.salesTaxCodes.size(), 1u);
-    EXPECT_EQ(t.app.qb.salesTaxCodes[0].name, "Tax");
 }
 
 TEST_F(QbListsTest, OtherCodesAndASecondRefusalAreReported) {

@@ -195,22 +195,6 @@ TEST_F(QbRequestTest, ATransportFailureGoesToTheErrorHandler) {
     EXPECT_EQ(t.transport().Count("OpenConnection"), 2);
 }
 
-TEST_F(QbRequestTest, XmlModeSendsTheStringAsItIsAndNothingWhenItIsEmpty) {
-    DoRequestOptions o;
-    o.callerLabel = "Data Ext Mod";
-    o.useXml = true;
-    DoRequestResult r = DoRequest(t.app, o);
-    EXPECT_TRUE(r.ok) << "an empty string leaves the result True";
-    EXPECT_EQ(t.transport().requests.size(), sentBefore);
-    EXPECT_NE(t.Prompts().find("QB Do Request failed, XMLstring is empty"), std::string::npos);
-
-    o.xml = Requests(1).ToXMLString();
-    t.transport().Queue(QbxmlAnswer({OkRs("TxnDisplayModRs")}));
-    EXPECT_TRUE(DoRequest(t.app, o).ok);
-    ASSERT_EQ(t.transport().requests.size(), sentBefore + 1);
-    EXPECT_EQ(t.transport().requests.back(), o.xml);
-}
-
 TEST(QbRequest, WithoutASessionNothingIsSent) {
     test::QbTestApp t;
     DoRequestOptions o;

@@ -20,12 +20,15 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
         std::vector<std::string> versions;
         const char* version;  // of the request sets
         bool message;         // "does not support Invoice modifications"
+        bool lineFields;      // line custom fields: TxnLineID in DataExt came with 3.0
     } cases[] = {
-        {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false},
-        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.1", false},
-        {{"1.0", "2.0", "3.0", "6.0"}, "6.0", false},
-        {{"1.0", "2.0"}, "2.0", true},
-        {{"CA3.0", "2.0", "1.1"}, "2.0", true},  // a country-marked entry counts as 0
+        {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false, true},
+        {{"1.0", "2.0", "16.0"}, "13.0", false, true},
+        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.1", false, true},
+        {{"1.0", "2.0", "3.0", "6.0"}, "6.0", false, true},
+        {{"1.0", "2.0", "2.1"}, "2.1", false, false},
+        {{"1.0", "2.0"}, "2.0", true, false},
+        {{"CA3.0", "2.0", "1.1"}, "2.0", true, false},  // a country-marked entry counts as 0
     };
     for (const Case& c : cases) {
         QbTestApp t;
@@ -41,16 +44,12 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
         EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), c.version);
         EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, c.message) << c.version;
         EXPECT_TRUE(t.Traced(std::string("QB Opening as ") + c.version + "OE="));
+        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.lineFields) << c.version;
+        // The line-field probe is built, never sent, and leaves the default request set empty.
+        for (const std::string& rq : sent) EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
+        EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
     }
-}
-
-TEST(QbSession, VersionTextsAreSplitAtTheFirstPointAndCapped) {
-    const std::pair<const char*, std::pair<std::string, std::string>> cases[] = {
-        {"16.0", {"13", "0"}}, {"13.1", {"13", "0"}}, {"13.0", {"13", "0"}}, {"8", {"8", "0"}},
-        {"7.1", {"7", "1"}},   {"2", {"2", "0"}},     {"2.1", {"2", "1"}},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(ChooseRequestVersion(text), expected) << text;
+    EXPECT_EQ(ChooseRequestVersion("8"), (std::pair<std::string, std::string>{"8", "0"}));
 }
 
 TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
@@ -103,7 +102,9 @@ TEST(QbSession, ATransportFailureIsReportedAndLeavesTheSessionClosed) {
         } else {
             tr.FailCall(6, c.hresult);
         }
-        EXPECT_FALSE(QBOpen(t.app)) << c.method;
+        // QBInit stops at the failed open: one prompt, not one per list.
+        EXPECT_FALSE(std::string(c.method) == "OpenConnection" ? QBInit(t.app) : QBOpen(t.app));
+        EXPECT_EQ(t.prompter.shown.size(), 1u) << c.method;
         EXPECT_FALSE(t.app.qb.sessionOpen);
         EXPECT_FALSE(tr.connected) << c.method;
         EXPECT_FALSE(tr.inSession) << c.method;
@@ -171,22 +172,6 @@ TEST(QbSession, ReadsTheCustomFieldDefinitionsAndOpensWithoutThem) {
     EXPECT_TRUE(failed.app.qb.dataExtDefs.empty());
     EXPECT_TRUE(failed.Traced("FillDataExts unexpexcted Error - 3250 Feature not enabled"));
     EXPECT_TRUE(failed.prompter.shown.empty());
-}
-
-TEST(QbSession, LineCustomFieldsNeedAVersionWithTxnLineID) {
-    const std::pair<std::vector<std::string>, bool> cases[] = {
-        {{"1.0", "2.0", "2.1"}, false}, {{"1.0", "2.0", "3.0"}, true}, {{"13.0"}, true}};
-    for (const auto& [versions, supported] : cases) {
-        QbTestApp t;
-        t.company().versions = versions;
-        ASSERT_TRUE(QBOpen(t.app));
-        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, supported) << versions.back();
-        EXPECT_TRUE(t.Traced(std::string("QB Open Support LineDE ") + BoolText(supported)));
-        // The probe is built, never sent, and leaves the default request set empty.
-        for (const std::string& rq : t.transport().requests)
-            EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
-        EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
-    }
 }
 
 struct InitCase {
@@ -260,14 +245,6 @@ TEST(QbSession, InitTemplateStepUsesVersion17ForNewerOrUnknownHosts) {
         ASSERT_TRUE(QBInit(t.app));
         EXPECT_TRUE(t.Traced(std::string("Template Query Sub Entered ") + used)) << major;
     }
-}
-
-TEST(QbSession, InitStopsWhenQuickBooksCannotBeOpened) {
-    QbTestApp t;
-    t.transport().FailNext("OpenConnection", 0x80040408);
-    EXPECT_FALSE(QBInit(t.app));
-    EXPECT_TRUE(t.transport().requests.empty());
-    EXPECT_EQ(t.prompter.shown.size(), 1u) << "one prompt, not one per list";
 }
 
 }  // namespace

@@ -185,18 +185,6 @@ TEST_F(QbTxnTest, AReversedRangeIsAskedAboutBeforeAnythingIsSent) {
     }
 }
 
-TEST(QbTxnKinds, TheKindIsChosenByTheWindowTitle) {
-    const std::pair<const char*, TxnKind> cases[] = {
-        {"Create Invoices", TxnKind::Invoice},
-        {"Create Invoices - Accounts Receivable", TxnKind::Invoice},
-        {"Enter Sales Receipts", TxnKind::SalesReceipt},
-        {"Create Purchase Orders", TxnKind::PurchaseOrder},
-        {"Create InvoicesX", TxnKind::None},
-        {"create estimates", TxnKind::None},
-    };
-    for (const auto& [title, kind] : cases) EXPECT_EQ(KindByTitle(title).kind, kind) << title;
-}
-
 TEST_F(QbTxnTest, TwoMatchesAreBothKeptWithTheirOwnLines) {
     Answer(TxnKind::Invoice, Ret(TxnKind::Invoice, "<LINE><TxnLineID>A</TxnLineID></LINE>", "T1") +
                                  Ret(TxnKind::Invoice, "<LINE><Desc>B</Desc></LINE>", "T2"));
@@ -496,6 +484,7 @@ TEST_F(QbTxnTest, TheDisplayRequestNamesTheKindAndTransaction) {
         EXPECT_EQ(rq.GetValue("TxnID"), c.txnID);
     }
     EXPECT_TRUE(t.prompter.shown.empty());
+    ExpectValid("display");
 
     t.company().Script("TxnDisplayModRq", test::Rs("TxnDisplayModRs", 3000, "Error",
                                                    "The given object ID is invalid"));

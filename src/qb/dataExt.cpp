@@ -11,8 +11,7 @@ namespace {
 
 std::string Args(const DataExtOptions& o) {
     return o.ownerID + "," + o.value + "," + o.fieldName + "," + o.txnID + "," + o.kind + "," +
-           o.lineID + "," + BoolText(o.fallBackToMod) + "," + BoolText(o.deleteWhenEmpty) + "," +
-           BoolText(o.useXml);
+           o.lineID + "," + BoolText(o.fallBackToMod) + "," + BoolText(o.deleteWhenEmpty);
 }
 
 // A line field needs TxnLineID in DataExtAdd/Mod/Del, which qbXML has from 3.0 on.
@@ -45,26 +44,6 @@ void FillRequest(Node& ext, const DataExtOptions& o, bool withValue) {
     if (withValue) SetFieldValue(ext, "DataExtValue", value, {.allowEmpty = true});
 }
 
-// XML mode: a prepared add request is sent as a modify.
-std::string AddXmlAsMod(const MsgSetRequest* request) {
-    std::string xml = request ? request->ToXMLString() : "";
-    xml = ReplaceAll(xml, "DataExtAddRq", "DataExtModRq");
-    return ReplaceAll(xml, "DataExtAdd>", "DataExtMod>");
-}
-
-bool SendXml(App& app, const char* label, const DataExtOptions& o) {
-    DoRequestOptions send;
-    send.callerLabel = label;
-    send.useXml = true;
-    try {
-        send.xml = AddXmlAsMod(o.request);
-    } catch (const QbxmlError& e) {
-        ReportError(app, "INFO", label, kErrBadRequest, e.what());
-        return false;
-    }
-    return DoRequest(app, send).ok;
-}
-
 bool AddTxn(App& app, const DataExtOptions& o);
 
 // Builds one DataExtAdd or DataExtMod request for the value and sends it; nothing when the
@@ -87,8 +66,6 @@ std::optional<DoRequestResult> SendValue(App& app, const DataExtOptions& o, cons
 bool ModTxn(App& app, const DataExtOptions& o, bool mayFallBack) {
     DebugLog(app, "Data Ext Mod Txn Sub " + Args(o), 5);
     if (!QBOpen(app)) return false;
-    // The same text would go out whichever procedure sent it, so XML mode never falls back.
-    if (o.useXml) return SendXml(app, "Data Ext Mod", o);
     if (o.deleteWhenEmpty && o.value.empty()) return DataExtDelTxn(app, o);
     // A field without a value yet answers 3120; that is expected, so it is not reported.
     std::optional<DoRequestResult> sent =
@@ -110,8 +87,6 @@ bool ModTxn(App& app, const DataExtOptions& o, bool mayFallBack) {
 bool AddTxn(App& app, const DataExtOptions& o) {
     DebugLog(app, "Data Ext Add Txn Sub " + Args(o), 5);
     if (!QBOpen(app)) return false;
-    // As in the modify, a prepared add request goes out as a modify.
-    if (o.useXml) return SendXml(app, "Data Ext Add", o);
     if (o.deleteWhenEmpty && o.value.empty()) return DataExtDelTxn(app, o);
     std::optional<DoRequestResult> sent =
         SendValue(app, o, "DataExtAddRq", "DataExtAdd", "Data Ext Add", !o.fallBackToMod);

@@ -171,7 +171,6 @@ struct SendResult {
     ResponseSet responseSet;
 };
 SendResult DoRequests(App& app, const MsgSetRequest& request);
-SendResult DoRequestsFromXMLString(App& app, const std::string& xml);
 
 struct DoRequestOptions {
     std::string callerLabel;           // "Invoice Mod": prefixes the failure prompt
@@ -180,8 +179,6 @@ struct DoRequestOptions {
     bool keepOwnResponse = false;      // true: the response is not kept as the last one
     bool clearStoredError = false;
     bool showErrors = true;
-    bool useXml = false;  // send `xml` instead of the request set
-    std::string xml;
 };
 
 struct DoRequestResult {
@@ -271,9 +268,6 @@ struct DataExtOptions {
     // to an add when QuickBooks says the field has no value yet.)
     bool fallBackToMod = false;
     bool deleteWhenEmpty = false;  // an empty value deletes the field's value
-    // Send the XML of `request` (a prepared DataExtAdd request set) as a modify instead.
-    bool useXml = false;
-    const MsgSetRequest* request = nullptr;
 };
 
 bool DataExtAddTxn(App& app, const DataExtOptions& options);

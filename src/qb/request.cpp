@@ -44,13 +44,6 @@ SendResult Send(App& app, std::string xml) {
     return r;
 }
 
-// Requests in a qbXML request document; 0 when it cannot be read.
-std::size_t CountRequests(const std::string& xml) {
-    ResponseParseResult doc = ParseXmlFragment(xml);
-    if (!doc.ok()) return 0;
-    return doc.root.Child("QBXMLMsgsRq").Children().size();
-}
-
 void AppendStatus(std::string& statusText, int code, const std::string& message,
                   const std::string& severity) {
     statusText += " Status: Code = " + std::to_string(code) + ", Message = " + message +
@@ -118,10 +111,6 @@ SendResult DoRequests(App& app, const MsgSetRequest& request) {
     return Send(app, std::move(xml));
 }
 
-SendResult DoRequestsFromXMLString(App& app, const std::string& xml) {
-    return Send(app, xml);
-}
-
 DoRequestResult DoRequest(App& app, const DoRequestOptions& options) {
     DebugLog(app, "qb Do Request Entered ", 5);
     QbState& qb = app.qb;
@@ -130,15 +119,7 @@ DoRequestResult DoRequest(App& app, const DoRequestOptions& options) {
 
     SendResult sent;
     std::size_t requestCount = 0;
-    if (options.useXml) {
-        if (options.xml.empty()) {
-            // Nothing is sent and the result stays True: the caller built no request.
-            ContinueOrTerminate(app, "ERROR\tQB Do Request failed, XMLstring is empty");
-            return result;
-        }
-        requestCount = CountRequests(options.xml);
-        sent = DoRequestsFromXMLString(app, options.xml);
-    } else if (MsgSetRequest* set = options.request ? options.request : RequestSet(app)) {
+    if (MsgSetRequest* set = options.request ? options.request : RequestSet(app)) {
         requestCount = set->Count();
         sent = DoRequests(app, *set);
     } else {

@@ -53,9 +53,6 @@ struct TxnKindInfo {
 };
 
 const TxnKindInfo& KindInfo(TxnKind kind);
-// The kind whose window title `title` is, or begins with before a blank ("Create Invoices -
-// Accounts Receivable"); the None entry for any other title. Case counts.
-const TxnKindInfo& KindByTitle(std::string_view title);
 // What the run's current line identifier holds for a queried line of the kind.
 std::string RunLineID(TxnKind kind, const std::string& txnLineID);
 

@@ -329,16 +329,6 @@ const TxnKindInfo& KindInfo(TxnKind kind) {
     return kKinds[static_cast<std::size_t>(kind)];
 }
 
-const TxnKindInfo& KindByTitle(std::string_view title) {
-    for (const TxnKindInfo& k : kKinds) {
-        const std::string_view own = k.windowTitle;
-        if (k.kind == TxnKind::None || !StartsWith(title, own)) continue;
-        // QuickBooks adds the account to some titles: "Create Invoices - Accounts Receivable".
-        if (title.size() == own.size() || title[own.size()] == ' ') return k;
-    }
-    return kKinds[0];
-}
-
 std::string RunLineID(TxnKind kind, const std::string& txnLineID) {
     return KindInfo(kind).keepsLineID ? txnLineID : "-1";
 }

@@ -196,12 +196,13 @@ std::string FakeQuickBooks::Answer(const std::string& requestText) {
 // ---- QbTestApp ----------------------------------------------------------------------------
 
 QbTestApp::QbTestApp() {
-    app.sys.qbTransport = &qb.transport;
+    transport_.answer = [this](const std::string& rq) { return company_.Answer(rq); };
+    app.sys.qbTransport = &transport_;
     app.frmMain.SetOption(*app.frmMain.Find("optStopOnInfo"), true);
 }
 
 std::vector<std::string> QbTestApp::RequestsFrom(std::size_t n) const {
-    const auto& all = qb.transport.requests;
+    const auto& all = transport_.requests;
     if (n >= all.size()) return {};
     return {all.begin() + static_cast<std::ptrdiff_t>(n), all.end()};
 }

@@ -98,28 +98,23 @@ class FakeQuickBooks {
     std::map<std::string, std::deque<std::string>> script_;
 };
 
-// A transport answered by a FakeQuickBooks.
-struct FakeQbSetup {
-    FakeQbSetup() {
-        transport.answer = [this](const std::string& rq) { return company.Answer(rq); };
-    }
-    FakeQuickBooks company;
-    ScriptedQbTransport transport;
-};
-
 // A TestApp whose QuickBooks is a FakeQuickBooks; prompts of every level are shown, so that
 // the "INFO" reports of the SDK layer can be seen.
 struct QbTestApp : TestApp {
     QbTestApp();
-    FakeQbSetup qb;
-    FakeQuickBooks& company() { return qb.company; }
-    ScriptedQbTransport& transport() { return qb.transport; }
+    FakeQuickBooks& company() { return company_; }
+    ScriptedQbTransport& transport() { return transport_; }
+    const ScriptedQbTransport& transport() const { return transport_; }
     // Request texts sent from the nth on.
     std::vector<std::string> RequestsFrom(std::size_t n) const;
     // Whether some debug line holds the text.
     bool Traced(const std::string& text) const;
     // The texts of the prompts shown so far, joined.
     std::string Prompts() const;
+
+  private:
+    FakeQuickBooks company_;
+    ScriptedQbTransport transport_;
 };
 
 // Runs shared/tools/qbxml_validate.py over request documents. `skipped` holds the reason when
