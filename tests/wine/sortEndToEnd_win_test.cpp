@@ -46,7 +46,7 @@ TEST(SortEndToEndTest, EachKindIsSortedByItemWithNothingLostAndShownAgain) {
         const std::vector<std::string> items = rig.Items();
         EXPECT_TRUE(std::is_sorted(items.begin(), items.end(), LessNoCase)) << Joined(items);
         EXPECT_EQ(rig.LineTuples(), rig.tuplesBefore());
-        EXPECT_TRUE(rig.Displayed());
+        EXPECT_TRUE(WaitUntil([&] { return rig.Displayed(); }, 5000)) << r.output;
         // QuickBooks shows it again, in the new order.
         auto shown = [&] {
             return FakeQbProgram::ShownItems(rig.quickBooks()->TrnsWindow(rig.windowTitle()));
