@@ -7,6 +7,7 @@
 #include <commctrl.h>  // after windows.h, whose types it uses
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -116,6 +117,8 @@ TEST(GuiPreviewTest, PreviewCancelWriteAndABatchFromTheWindow) {
         180000))
         << message() << " asked: " << asked;
     EXPECT_EQ(SendMessageW(control("grdBatch"), LVM_GETITEMCOUNT, 0, 0), 4);
+    // What a failed transaction told the user, kept in the log of the run for whoever looks.
+    if (!asked.empty()) std::printf("the batch asked: %s\n", asked.c_str());
     // Under Xvfb no window manager raises Pelmark above QuickBooks for the picture.
     SetWindowPos(main, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
     Sleep(500);
