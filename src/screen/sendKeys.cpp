@@ -150,10 +150,21 @@ class Parser {
         }
     }
 
+    // Groups nest by recursion; a text of thousands of "(" must get an answer, not exhaust
+    // the stack. No key sequence a person writes comes near the limit.
+    static constexpr int kMaxNesting = 32;
+
     void Group(Mods all) {
         size_t open = pos_++;
+        if (nesting_ == kMaxNesting) {
+            Fail("groups \"(\" are nested more than " + std::to_string(kMaxNesting) + " deep",
+                 open);
+            return;
+        }
         size_t before = result_.strokes.size();
+        ++nesting_;
         Sequence(1, all);
+        --nesting_;
         if (!result_.ok) return;
         if (pos_ >= s_.size()) {
             Fail("\"(\" has no closing \")\"", open);
@@ -223,6 +234,7 @@ class Parser {
 
     std::string_view s_;
     size_t pos_ = 0;
+    int nesting_ = 0;  // groups open around the current position
     SendKeysParse result_;
 };
 
