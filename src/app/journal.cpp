@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "app/context.h"
 #include "app/text.h"
@@ -77,22 +78,35 @@ std::vector<std::string> JournalFiles(App& app) {
 
 }  // namespace
 
+namespace {
+
+// The journal's records in the order they are written: one value each, then lists.
+constexpr std::pair<const char*, std::string Journal::*> kValues[] = {
+    {"time", &Journal::time},
+    {"company", &Journal::company},
+    {"kind", &Journal::kind},
+    {"txnID", &Journal::txnID},
+    {"refNumber", &Journal::refNumber},
+    {"editSequence", &Journal::editSequence},
+    {"editSequenceAfter", &Journal::editSequenceAfter},
+    {"state", &Journal::state},
+};
+constexpr std::pair<const char*, std::vector<std::string> Journal::*> kLists[] = {
+    {"setting", &Journal::settings},
+    {"order", &Journal::order},
+    {"customField", &Journal::customFields},
+};
+
+}  // namespace
+
 std::string JournalText(const Journal& j) {
     std::string t = std::string(kFirstLine) + "\n";
     auto put = [&](const char* key, const std::string& value) {
         t += std::string(key) + "=" + Escape(value) + "\n";
     };
-    put("time", j.time);
-    put("company", j.company);
-    put("kind", j.kind);
-    put("txnID", j.txnID);
-    put("refNumber", j.refNumber);
-    put("editSequence", j.editSequence);
-    put("editSequenceAfter", j.editSequenceAfter);
-    put("state", j.state);
-    for (const std::string& s : j.settings) put("setting", s);
-    for (const std::string& s : j.order) put("order", s);
-    for (const std::string& s : j.customFields) put("customField", s);
+    for (const auto& [key, member] : kValues) put(key, j.*member);
+    for (const auto& [key, member] : kLists)
+        for (const std::string& s : j.*member) put(key, s);
     t += std::string(kTransactionKey) + "\n" + j.transaction + "\n";
     return t + kChecksumKey + Checksum(t) + "\n";
 }
@@ -119,28 +133,10 @@ JournalRead ParseJournal(const std::string& text) {
         }
         const std::size_t eq = line.find('=');
         const std::string key = line.substr(0, eq), value = Unescape(line.substr(eq + 1));
-        if (key == "time")
-            j.time = value;
-        else if (key == "company")
-            j.company = value;
-        else if (key == "kind")
-            j.kind = value;
-        else if (key == "txnID")
-            j.txnID = value;
-        else if (key == "refNumber")
-            j.refNumber = value;
-        else if (key == "editSequence")
-            j.editSequence = value;
-        else if (key == "editSequenceAfter")
-            j.editSequenceAfter = value;
-        else if (key == "state")
-            j.state = value;
-        else if (key == "setting")
-            j.settings.push_back(value);
-        else if (key == "order")
-            j.order.push_back(value);
-        else if (key == "customField")
-            j.customFields.push_back(value);
+        for (const auto& [name, member] : kValues)
+            if (key == name) j.*member = value;
+        for (const auto& [name, member] : kLists)
+            if (key == name) (j.*member).push_back(value);
     }
     if (j.kind.empty() || j.txnID.empty() || j.transaction.empty()) {
         r.error = "it holds no transaction";
