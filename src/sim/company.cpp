@@ -12,6 +12,7 @@
 #include <set>
 #include <sstream>
 #include <system_error>
+#include <thread>
 
 namespace pelmark::sim {
 
@@ -486,8 +487,17 @@ SaveResult Company::SaveFile(const std::string& path) const {
         }
     }
     // std::filesystem::rename replaces an existing file on POSIX and, through MoveFileExW with
-    // MOVEFILE_REPLACE_EXISTING, on Windows too.
-    fs::rename(temp, target, ec);
+    // MOVEFILE_REPLACE_EXISTING, on Windows too. Windows refuses the replace while another
+    // program has the file open without FILE_SHARE_DELETE, and Wine while anyone has it open at
+    // all (its server's rename: "can't replace an opened file"). Readers such as the screen
+    // that shows the company hold it only for the moment a read takes, so the replace is tried
+    // again for up to two seconds before the save gives up.
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    for (;;) {
+        fs::rename(temp, target, ec);
+        if (!ec || std::chrono::steady_clock::now() >= giveUp) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     if (ec) {
         std::error_code ignored;
         fs::remove(temp, ignored);
