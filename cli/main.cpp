@@ -1,8 +1,10 @@
 // The pelmark command line: the sort run without the main window, against qbsim and the
 // simulated desktop, or on Windows against live QuickBooks and the real screen.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -72,6 +74,25 @@ struct Args {
     std::string error;
 };
 
+// The options that take a value, and where each value goes.
+struct ValueOption {
+    const char* name;
+    std::string Args::*field;
+};
+const ValueOption kValueOptions[] = {
+    {"--data-dir", &Args::dataDir},
+    {"--samples", &Args::samples},
+    {"--company", &Args::company},
+    {"--ref", &Args::ref},
+    {"--settings", &Args::settings},
+    {"--kind", &Args::kind},
+    {"--from", &Args::from},
+    {"--to", &Args::to},
+    {"--customer", &Args::customer},
+    {"--journal", &Args::journal},
+    {"--trace-qbxml", &Args::traceDir},
+};
+
 Args Parse(int argc, char** argv) {
     Args a;
     for (int i = 1; i < argc; ++i) {
@@ -83,31 +104,13 @@ Args Parse(int argc, char** argv) {
             }
             return argv[++i];
         };
-        if (s == "--data-dir") {
-            a.dataDir = value("--data-dir");
-        } else if (s == "--samples") {
-            a.samples = value("--samples");
-        } else if (s == "--company") {
-            a.company = value("--company");
-        } else if (s == "--ref") {
-            a.ref = value("--ref");
-            a.refGiven = true;
-        } else if (s == "--settings") {
-            a.settings = value("--settings");
-        } else if (s == "--kind") {
-            a.kind = value("--kind");
-        } else if (s == "--from") {
-            a.from = value("--from");
-        } else if (s == "--to") {
-            a.to = value("--to");
-        } else if (s == "--customer") {
-            a.customer = value("--customer");
+        const auto option = std::find_if(std::begin(kValueOptions), std::end(kValueOptions),
+                                         [&](const ValueOption& o) { return s == o.name; });
+        if (option != std::end(kValueOptions)) {
+            a.*(option->field) = value(option->name);
+            a.refGiven = a.refGiven || s == "--ref";
         } else if (s == "--dry-run") {
             a.dryRun = true;
-        } else if (s == "--journal") {
-            a.journal = value("--journal");
-        } else if (s == "--trace-qbxml") {
-            a.traceDir = value("--trace-qbxml");
         } else if (s == "--answer") {
             std::string v = Lower(value("--answer"));
             if (v == "yes")
