@@ -251,6 +251,9 @@ def main():
     ap.add_argument("--timeout", type=float, default=0,
                     help="seconds per test run; default three times the clean run")
     ap.add_argument("--list", action="store_true", help="print the drawn mutants and stop")
+    ap.add_argument("--survivors-of", metavar="LOG",
+                    help="plant only the drawn mutants that this earlier run's output lists as "
+                         "survivors (same seed, count and areas): after tests were added")
     args = ap.parse_args()
 
     areas = {}
@@ -267,6 +270,13 @@ def main():
         drawn[name] = sorted(rng.sample(pool, min(args.count, len(pool))),
                              key=lambda m: (m.path, m.line))
         print(f"{name}: {len(drawn[name])} of {len(pool)} candidates (seed {args.seed})")
+    if args.survivors_of:
+        with open(args.survivors_of, encoding="utf-8") as f:
+            earlier = {tuple(m.groups()) for m in re.finditer(
+                r"^\[(\S+) \d+/\d+\] SURVIVED: (.*)$", f.read(), re.M)}
+        for name in drawn:
+            drawn[name] = [m for m in drawn[name] if (name, m.describe()) in earlier]
+            print(f"{name}: {len(drawn[name])} survivors of {args.survivors_of} planted again")
     if args.list:
         for name, mutants in drawn.items():
             for m in mutants:
