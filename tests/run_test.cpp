@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -177,23 +178,45 @@ TEST(SortRun, UndoRefusesWhatItCannotTrust) {
     EXPECT_TRUE(rig.Shown("There is no sort to undo"));
 }
 
+// Something between Pelmark and QuickBooks changes the modify on its way: the check after it
+// names the line and what differs, in full words.
 TEST(SortRun, AModifyThatComesBackDifferentIsReportedLoudly) {
-    SortRig rig("3001");
-    rig.Levels({"Item Full Name"});
-    // Something between Pelmark and QuickBooks changes a description on its way.
-    rig.transport->edit = [](std::string request) {
-        const std::string from = "<Desc>Standard widget</Desc>";
-        if (request.find("InvoiceModRq") != std::string::npos)
-            if (auto at = request.find(from); at != std::string::npos)
-                request.replace(at, from.size(), "<Desc>Standard widgeX</Desc>");
-        return request;
+    const std::string longDesc = "Standard widget, now described at far greater length than sent";
+    struct Case {
+        const char* what;
+        std::function<void(std::string&)> edit;
+        std::string problem;
     };
-    EXPECT_FALSE(rig.Go());
-    ASSERT_EQ(rig.app.run.checkProblems.size(), 1u);
-    EXPECT_NE(rig.app.run.checkProblems[0].find("Standard widgeX"), std::string::npos);
-    EXPECT_TRUE(rig.Shown("The transaction in QuickBooks is not what Pelmark sent:"));
-    EXPECT_TRUE(rig.InDebugLog("Check after Mod"));
-    EXPECT_EQ(rig.DisplayRequests(), 1);  // QuickBooks still shows it again
+    auto replace = [](std::string from, std::string to) {
+        return [from, to](std::string& request) {
+            if (auto at = request.find(from); at != std::string::npos)
+                request.replace(at, from.size(), to);
+        };
+    };
+    const Case cases[] = {
+        {"a description", replace("<Desc>Standard widget</Desc>", "<Desc>" + longDesc + "</Desc>"),
+         "line 7: Desc \"Standard widget\" came back as \"" + longDesc.substr(0, 57) + "...\""},
+        {"a blank line given an item",
+         replace("<Desc></Desc>", "<ItemRef><FullName>Labor</FullName></ItemRef><Desc></Desc>"),
+         "line 2: a line came back where a blank line was sent"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        SortRig rig("3001");
+        rig.Levels({"Item Full Name"});
+        rig.Check("optBlankLinesAfter", true);
+        rig.transport->edit = [&](const std::string& request) {
+            std::string edited = request;
+            if (request.find("InvoiceModRq") != std::string::npos) c.edit(edited);
+            return edited;
+        };
+        EXPECT_FALSE(rig.Go());
+        ASSERT_FALSE(rig.app.run.checkProblems.empty());
+        EXPECT_EQ(rig.app.run.checkProblems[0], c.problem);
+        EXPECT_TRUE(rig.Shown("The transaction in QuickBooks is not what Pelmark sent:"));
+        EXPECT_TRUE(rig.InDebugLog("Check after Mod"));
+        EXPECT_EQ(rig.DisplayRequests(), 1);  // QuickBooks still shows it again
+    }
 }
 
 TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {

@@ -17,6 +17,7 @@ struct Row {
     const char* qty = "";
     const char* amount = "";
     const char* tax = "";
+    const char* color = "";  // a custom field, beside another the level does not name
 };
 
 TEST(SortOrder, OrdersAsAUserExpects) {
@@ -40,9 +41,9 @@ TEST(SortOrder, OrdersAsAUserExpects) {
           {"abc", "", "abc"},
           {"big", "", "1,000.50"},
           {"neg", "", "-3"},
-          {"two", "", " 2 "},
+          {"two", "", " 2000 "},
           {"zero", "", "-0"}},
-         {"neg", "zero", "two", "big", "abc", "blank"}},
+         {"neg", "zero", "big", "two", "abc", "blank"}},
         {"descending numbers reverse the whole order",
          {{"Qty", true}},
          {{"two", "", "2"}, {"blank"}, {"ten", "", "10"}},
@@ -89,6 +90,12 @@ TEST(SortOrder, OrdersAsAUserExpects) {
          {{"Item Full Name"}},
          {{longB.c_str()}, {longA.c_str()}},
          {longB, longA}},
+        {"a custom field",
+         {{"Color"}},
+         {{"a", "", "", "", "", "Red"},
+          {"b", "", "", "", "", "Blue"},
+          {"c", "", "", "", "", "Green"}},
+         {"b", "c", "a"}},
         {"tax code carried from the line above",
          {{"Tax Code"}},
          {{"A"}, {"B", "", "", "", "Tax"}, {"C"}, {"D", "", "", "", "Non"}},
@@ -104,6 +111,7 @@ TEST(SortOrder, OrdersAsAUserExpects) {
             line.quantity = r.qty;
             line.amount = r.amount;
             line.salesTaxCodeFullName = r.tax;
+            line.customFields = {{"Size", "L"}, {"Color", r.color}};
         }
         SortSettings settings;
         settings.levels = c.levels;
