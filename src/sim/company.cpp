@@ -421,10 +421,11 @@ LoadResult Company::LoadText(std::string_view xml) {
     if (!result.ok()) return result;
     doc_ = std::move(doc);
     modified_ = false;
+    saved_.clear();
     return result;
 }
 
-LoadResult Company::LoadFile(const std::string& path) {
+LoadResult Company::LoadFile(const std::string& path, std::string* bytes) {
     LoadResult result;
     std::error_code ec;
     if (!fs::exists(fs::path(path), ec)) {
@@ -440,32 +441,103 @@ LoadResult Company::LoadFile(const std::string& path) {
         result.description = "the company file " + path + " could not be read";
         return result;
     }
-    return LoadText(text.str());
+    if (!bytes) return LoadText(text.str());
+    *bytes = std::move(text).str();
+    return LoadText(*bytes);
 }
+
+namespace {
+
+// Straight into a string: a stream would hold the whole company a second time.
+struct StringWriter : pugi::xml_writer {
+    std::string text;
+    void write(const void* data, std::size_t size) override {
+        text.append(static_cast<const char*>(data), size);
+    }
+};
+
+constexpr const char* kIndent = "  ";
+
+// What identifies an object's text: kind, ID and EditSequence ("" for objects without both).
+std::string TextKey(pugi::xml_node object) {
+    pugi::xml_node id = object.child("TxnID");
+    if (!id) id = object.child("ListID");
+    const std::string_view idText = id.text().get(),
+                           sequence = object.child("EditSequence").text().get();
+    if (idText.empty() || sequence.empty()) return {};
+    return std::string(object.name()) + '\n' + std::string(idText) + '\n' + std::string(sequence);
+}
+
+}  // namespace
 
 std::string Company::ToXml() const {
     if (!doc_) return {};
-    // Straight into the string: a stream would hold the whole company a second time.
-    struct Writer : pugi::xml_writer {
-        std::string text;
-        void write(const void* data, std::size_t size) override {
-            text.append(static_cast<const char*>(data), size);
+    StringWriter out;
+    doc_->save(out, kIndent, pugi::format_default, pugi::encoding_utf8);
+    return std::move(out.text);
+}
+
+// The document as ToXml writes it, put together from the text of each child of the root: what
+// surrounds them comes from a copy of the document whose root holds one stand-in child, and
+// pugixml prints a child at depth 1 exactly as it does inside the document (indented, with its
+// line break), as long as the root holds elements and comments only.
+std::string Company::SaveText() const {
+    const pugi::xml_node root = Root();
+    if (!reuseSaved_ || !root.first_child()) return ToXml();
+    pugi::xml_document shell;
+    for (pugi::xml_node n : doc_->children()) {
+        if (n != root) {
+            shell.append_copy(n);
+            continue;
         }
-    } out;
-    doc_->save(out, "  ", pugi::format_default, pugi::encoding_utf8);
+        pugi::xml_node copy = shell.append_child(root.name());
+        for (pugi::xml_attribute a : root.attributes()) copy.append_copy(a);
+        copy.append_child("_");
+    }
+    StringWriter frame;
+    shell.save(frame, kIndent, pugi::format_default, pugi::encoding_utf8);
+    const std::string mark = std::string(kIndent) + "<_ />\n";
+    const std::size_t at = frame.text.find(mark);
+    if (at == std::string::npos) return ToXml();
+    StringWriter out;
+    out.text.reserve(saveSize_);
+    out.text.append(frame.text, 0, at);
+    std::unordered_map<std::string, std::string> next;
+    next.reserve(saved_.size() + 16);
+    for (pugi::xml_node c : root.children()) {
+        if (c.type() == pugi::node_pcdata || c.type() == pugi::node_cdata) return ToXml();
+        std::string key = TextKey(c);
+        auto [entry, fresh] =
+            key.empty() ? std::pair{next.end(), false} : next.try_emplace(std::move(key));
+        if (!fresh) {  // not reusable, or a second object of the same key
+            c.print(out, kIndent, pugi::format_default, pugi::encoding_utf8, 1);
+            continue;
+        }
+        if (auto before = saved_.find(entry->first); before != saved_.end()) {
+            entry->second = std::move(before->second);
+        } else {
+            StringWriter one;
+            c.print(one, kIndent, pugi::format_default, pugi::encoding_utf8, 1);
+            entry->second = std::move(one.text);
+        }
+        out.text += entry->second;
+    }
+    out.text.append(frame.text, at + mark.size());
+    saved_ = std::move(next);
+    saveSize_ = out.text.size();
     return std::move(out.text);
 }
 
 SaveResult Company::SaveFile(const std::string& path) const {
     SaveResult result;
-    if (!doc_) return {false, "there is no company to save", {}};
+    if (!doc_) return {false, "there is no company to save", {}, {}};
     const fs::path target = fs::path(path);
     std::error_code ec;
     // A read-only company stays as it is (QuickBooks opens no company it cannot write). On
     // Windows the read-only attribute shows as permissions without write bits.
     const fs::perms perms = fs::status(target, ec).permissions();
     if (!ec && (perms & fs::perms::owner_write) == fs::perms::none) {
-        return {false, "the company file " + path + " is read-only; nothing was changed", {}};
+        return {false, "the company file " + path + " is read-only; nothing was changed", {}, {}};
     }
     // A name of its own for each save, so that two processes never write into one temporary file.
     std::random_device random;
@@ -474,18 +546,29 @@ SaveResult Company::SaveFile(const std::string& path) const {
                   static_cast<unsigned>(random()));
     fs::path temp = target;
     temp += suffix;
-    std::string xml = ToXml();
+    std::string xml = SaveText();
+#ifndef NDEBUG
+    if (reuseSaved_ && xml != ToXml()) {
+        std::fprintf(stderr, "qbsim: an object changed without a new EditSequence\n");
+        std::abort();
+    }
+#endif
     {
         std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        if (!out) return {false, "could not create " + temp.string(), {}};
+        if (!out) return {false, "could not create " + temp.string(), {}, {}};
         out.write(xml.data(), static_cast<std::streamsize>(xml.size()));
         out.flush();
         out.close();
         if (out.fail()) {
             fs::remove(temp, ec);
-            return {false, "could not write " + temp.string(), {}};
+            return {false, "could not write " + temp.string(), {}, {}};
         }
     }
+    // Set back by a whole grain and one second more, and a fraction that is a multiple of 100 ns
+    // (what Windows keeps), so that no later write can give the file the same time.
+    const std::int64_t back =
+        kStampGrain + 1'000'000'000 + static_cast<std::int64_t>(random() % 10'000'000) * 100;
+    SetWriteTime(temp.string(), (FileClockNow() - back) / 100 * 100);
     // std::filesystem::rename replaces an existing file on POSIX and, through MoveFileExW with
     // MOVEFILE_REPLACE_EXISTING, on Windows too. Windows refuses the replace while another
     // program has the file open without FILE_SHARE_DELETE, and Wine while anyone has it open at
@@ -501,9 +584,10 @@ SaveResult Company::SaveFile(const std::string& path) const {
     if (ec) {
         std::error_code ignored;
         fs::remove(temp, ignored);
-        return {false, "could not replace " + path + ": " + ec.message(), {}};
+        return {false, "could not replace " + path + ": " + ec.message(), {}, {}};
     }
     result.written = std::move(xml);
+    result.stamp = StampOf(path);
     return result;
 }
 
@@ -553,11 +637,14 @@ std::vector<pugi::xml_node> Company::Items() const {
     return out;
 }
 
+// These run for every reference in every request, over every object of the company: the name
+// is measured once per object, and no list of the objects is built.
 pugi::xml_node Company::FindByListID(const std::vector<std::string_view>& retNames,
                                      std::string_view listID) const {
-    for (pugi::xml_node e : Elements(Root())) {
-        if (std::find(retNames.begin(), retNames.end(), e.name()) != retNames.end() &&
-            ChildText(e, "ListID") == listID) {
+    for (pugi::xml_node e = Root().first_child(); e; e = e.next_sibling()) {
+        const std::string_view name = e.name();
+        if (std::find(retNames.begin(), retNames.end(), name) != retNames.end() &&
+            e.child("ListID").text().get() == listID) {
             return e;
         }
     }
@@ -566,8 +653,9 @@ pugi::xml_node Company::FindByListID(const std::vector<std::string_view>& retNam
 
 pugi::xml_node Company::FindByFullName(const std::vector<std::string_view>& retNames,
                                        std::string_view fullName) const {
-    for (pugi::xml_node e : Elements(Root())) {
-        if (std::find(retNames.begin(), retNames.end(), e.name()) != retNames.end() &&
+    for (pugi::xml_node e = Root().first_child(); e; e = e.next_sibling()) {
+        const std::string_view name = e.name();
+        if (std::find(retNames.begin(), retNames.end(), name) != retNames.end() &&
             SameText(FullNameOf(e), fullName)) {
             return e;
         }

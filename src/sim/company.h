@@ -8,7 +8,10 @@
 #include <pugixml.hpp>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
+
+#include "sim/fileStamp.h"
 
 namespace pelmark::sim {
 
@@ -81,6 +84,7 @@ struct SaveResult {
     bool ok = true;
     std::string description;
     std::string written;  // the bytes written, when ok
+    FileStamp stamp;      // the file's stamp just after the save
 };
 
 // ASCII case-insensitive equality: QuickBooks matches names without regard to case.
@@ -104,12 +108,22 @@ class Company {
     // Replace the company with the one in the text or file. On failure the company stays as it
     // was and the result names the line and the reason.
     LoadResult LoadText(std::string_view xml);
-    LoadResult LoadFile(const std::string& path);
+    // With `bytes`, the file's text as read is kept there.
+    LoadResult LoadFile(const std::string& path, std::string* bytes = nullptr);
     // Writes a temporary file beside `path` and renames it over `path`, so that a crash or a
-    // killed process leaves either the old company or the new one, never a part of one.
+    // killed process leaves either the old company or the new one, never a part of one. The new
+    // file's write time is set back by more than kStampGrain, with a random fraction of a second:
+    // any later write of the file (in place, or another save) stamps it with another time, so
+    // its stamp tells alone whether it is still the file saved (see SimTransport::FileChanged).
     SaveResult SaveFile(const std::string& path) const;
     std::string ToXml() const;
     bool IsLoaded() const;
+    // With `reuse`, a save takes the text of a stored object (a ListID or TxnID, and an
+    // EditSequence) from the save before when its kind, ID and EditSequence are the same, so a
+    // save serialises only what changed. QuickBooks gives an object a new EditSequence with every
+    // change, and qbsim's request processor does the same (Touch); code that changes objects
+    // another way must not turn this on. Debug builds check every such save against ToXml.
+    void ReuseSavedText(bool reuse) { reuseSaved_ = reuse; }
 
     bool RestrictedUser() const;
 
@@ -156,8 +170,14 @@ class Company {
     pugi::xml_node MakeSettings();
     std::uint32_t TakeCounter();
 
+    std::string SaveText() const;
+
     std::unique_ptr<pugi::xml_document> doc_;
     bool modified_ = false;
+    bool reuseSaved_ = false;
+    // Each object's text at the last save, by kind, ID and EditSequence.
+    mutable std::unordered_map<std::string, std::string> saved_;
+    mutable std::size_t saveSize_ = 0;
 };
 
 }  // namespace pelmark::sim

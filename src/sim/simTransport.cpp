@@ -83,7 +83,7 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
     const bool faultSaves = !fault.empty();
     if (fault == "error") {
         // Only the spent fault leaves the file; the request never reached QuickBooks.
-        if (company_.SaveFile(path_).ok) RememberFileState();
+        if (SaveResult saved = company_.SaveFile(path_); saved.ok) Remember(saved);
         return Fail(call, kHrServerGone, "(qbsim: QuickBooks closed)");
     }
     ProcessResult result = sim::ProcessRequest(company_, request, fault == "status");
@@ -97,7 +97,7 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
         }
         company_.ClearModified();
         // What was just written under the lock is what the file holds: no need to read it back.
-        known_ = std::move(saved.written);
+        Remember(saved);
     }
     if (fault == "lost") return Fail(call, kHrServerGone, "(qbsim: the answer was lost)");
     if (response) *response = std::move(result.response);
@@ -130,7 +130,11 @@ qb::TransportResult SimTransport::CloseConnection() {
 }
 
 qb::TransportResult SimTransport::Load(const char* call) {
-    LoadResult loaded = company_.LoadFile(path_);
+    // The stamp before the read: a write in between makes the next request read the file again.
+    const std::int64_t taken = FileClockNow();
+    const FileStamp stamp = StampOf(path_);
+    std::string bytes;
+    LoadResult loaded = company_.LoadFile(path_, &bytes);
     if (loaded.status == LoadStatus::NotFound) {
         return Fail(call, kHrCouldNotStart, "(qbsim: no company file " + path_ + ")");
     }
@@ -139,8 +143,19 @@ qb::TransportResult SimTransport::Load(const char* call) {
             call, kHrCannotOpenFile,
             "(qbsim: " + path_ + " is not a usable company file: " + loaded.ToString() + ")");
     }
-    RememberFileState();
+    // Every change qbsim makes gives the object a new EditSequence, so saves may reuse the text
+    // of the objects that kept theirs: a save costs what changed, not the whole company.
+    company_.ReuseSavedText(true);
+    known_ = std::move(bytes);
+    stamp_ = stamp;
+    stampTaken_ = taken;
     return {};
+}
+
+void SimTransport::Remember(SaveResult& saved) {
+    stampTaken_ = FileClockNow();
+    known_ = std::move(saved.written);
+    stamp_ = saved.stamp;
 }
 
 std::string SimTransport::TakeFault() {
@@ -156,10 +171,27 @@ std::string SimTransport::TakeFault() {
     return kind;
 }
 
-// The file's bytes, not its time: a save within the same tick as the last one (Wine's file
-// times, a test that edits the company between two requests) keeps the time and the size. This
-// runs before every request, so a file of another size counts as changed unread, and one of the
-// same size is read in one piece into a buffer kept between requests and compared.
+// Whether another process (a second run, the COM fixture, the screen of the fake QuickBooks) or a
+// test wrote the company since this transport last read or saved it. This runs before every
+// request, so it must not cost the file's size: every save renames a new file in with a write
+// time of its own (Company::SaveFile), so the file's stamp (identity, size, write time) alone
+// answers, except when the stamp is no older than the file system's time grain at the moment it
+// was taken: then a write in place within the same tick, keeping the size (an EditSequence
+// counted up), may have left the stamp as it was, and the bytes are compared as well. This is
+// git's answer to its "racily clean" index entries (Documentation/technical/racy-git.txt).
+bool SimTransport::FileChanged() {
+    if (!company_.IsLoaded()) return true;
+    const std::int64_t taken = FileClockNow();
+    const FileStamp now = StampOf(path_);
+    if (!now.ok || now != stamp_) return true;
+    if (stamp_.written <= stampTaken_ - kStampGrain) return false;
+    if (!ReadFile(buffer_) || buffer_ != known_) return true;
+    // Unchanged when read; once its time is older than the grain, the stamp alone decides.
+    stampTaken_ = taken;
+    return false;
+}
+
+// The file in one piece into a buffer kept between requests.
 bool SimTransport::ReadFile(std::string& bytes) const {
     std::ifstream in(fs::path(path_), std::ios::binary | std::ios::ate);
     const std::streamoff size = in ? static_cast<std::streamoff>(in.tellg()) : -1;
@@ -171,18 +203,6 @@ bool SimTransport::ReadFile(std::string& bytes) const {
     if (in.peek() != std::ifstream::traits_type::eof())
         bytes.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     return true;
-}
-
-void SimTransport::RememberFileState() {
-    if (!ReadFile(known_)) known_.clear();
-}
-
-bool SimTransport::FileChanged() const {
-    if (!company_.IsLoaded()) return true;
-    std::error_code ec;
-    const std::uintmax_t size = fs::file_size(fs::path(path_), ec);
-    if (ec || size != known_.size()) return true;
-    return !ReadFile(buffer_) || buffer_ != known_;
 }
 
 }  // namespace pelmark::sim

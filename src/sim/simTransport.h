@@ -57,9 +57,9 @@ class SimTransport : public qb::QbTransport {
   private:
     qb::TransportResult CheckTicket(const char* call, const std::string& ticket) const;
     qb::TransportResult Load(const char* call);
-    void RememberFileState();
+    void Remember(SaveResult& saved);
     bool ReadFile(std::string& bytes) const;
-    bool FileChanged() const;
+    bool FileChanged();
     // The fault that fires on this request set ("" for none); removes it from the file.
     std::string TakeFault();
 
@@ -69,9 +69,11 @@ class SimTransport : public qb::QbTransport {
     bool connected_ = false;
     std::string ticket_;  // empty when no session is open
     unsigned sessions_ = 0;
-    std::string known_;           // the file's bytes as last loaded or saved
-    mutable std::string buffer_;  // the file's bytes as last read to compare with known_
-    int faultCount_ = 0;          // request sets since the fault in the file was first seen
+    std::string known_;            // the file's bytes as last loaded or saved
+    FileStamp stamp_;              // its stamp then
+    std::int64_t stampTaken_ = 0;  // when the stamp was taken (or last confirmed by the bytes)
+    mutable std::string buffer_;   // the file's bytes as last read to compare with known_
+    int faultCount_ = 0;           // request sets since the fault in the file was first seen
 };
 
 }  // namespace pelmark::sim
