@@ -46,41 +46,11 @@ TEST(MainFormSave, KeepsTheSmallFormsPositionAndZeroForAnOffScreenCoordinate) {
     }
 }
 
+// tests/data/field-checks.txt: field|text|message, "-" where the text is accepted.
 TEST(MainFormChecks, NumericFieldsRefuseWithTheirMessages) {
-    struct Case {
-        const char *field, *text;
-        const char* message;  // nullptr: accepted
-    } cases[] = {
-        // The blank-line and debug-level checks' own texts are the settings file's tests.
-        {"TXTBLANKLINES", "", "Invalid number. Must be between 0-9 Is Blank"},
-        {"txtLinesMax", "0", "Invalid number. Must be between 1-9999 Out of valid Range"},
-        {"txtLinesMax", "2.5", "Invalid number. Must be between 1-9999 Not numeric"},
-        {"txtRefNo", "anything", nullptr},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(CheckMainField(c.field, c.text).value_or("(accepted)"),
-                  c.message ? c.message : "(accepted)")
-            << c.field << "=" << c.text;
+    for (const auto& row : test::DataRows("field-checks.txt"))
+        EXPECT_EQ(CheckMainField(row[0], row[1]).value_or("-"), row[2]) << row[0] << "=" << row[1];
     EXPECT_FALSE(HasFieldCheck("txtRefNo"));
-}
-
-TEST(MainForm, FindsByNameInAnyCaseAndKeepsOptionGroupsExclusive) {
-    Form f = MakeMainFormModel();
-    ASSERT_NE(f.Find("CMDGO"), nullptr);
-    EXPECT_EQ(f.Find("cmdgo"), f.Find("cmdGo"));
-    EXPECT_EQ(f.Find("cboSortField"), nullptr);  // an array needs its index
-    EXPECT_EQ(f.Find("cboSortField", kSortLevels), nullptr);
-    EXPECT_TRUE(f.IsArray("CBOSORTFIELD"));
-    EXPECT_FALSE(f.IsArray("cmdGo"));
-
-    f.SetOption(*f.Find("optSalesOrder"), true);
-    f.SetOption(*f.Find("optBlankLinesAfter"), true);
-    const std::map<std::string, bool> want = {{"optSalesOrder", true},
-                                              {"optInvoice", false},
-                                              {"optBlankLinesAfter", true},
-                                              {"optBlankLinesNone", false},
-                                              {"optStopOnInfo", true}};
-    for (const auto& [name, on] : want) EXPECT_EQ(f.Checked(name), on) << name;
 }
 
 TEST(MainForm, Invariants) {

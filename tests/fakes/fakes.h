@@ -25,7 +25,8 @@ class ScriptedPrompter : public Prompter {
     };
     int Show(const std::string& text, int style, const std::string& title, bool topMost) override;
     void Answer(int answer) { script_.push_back(answer); }
-    int defaultAnswer = kAnsYes;  // when the script is used up
+    std::vector<std::string> Texts() const;  // of the prompts shown, in order
+    int defaultAnswer = kAnsYes;             // when the script is used up
     std::vector<Shown> shown;
 
   private:
@@ -124,6 +125,10 @@ class TempDir {
 // Text as XML element text or attribute value.
 std::string XmlEscape(const std::string& text);
 
+// The rows of a table under tests/data/: one row a line, fields split at "|"; blank lines and
+// lines starting with "# " are left out. Throws when the table has no rows.
+std::vector<std::vector<std::string>> DataRows(const std::string& name);
+
 // An App on fakes whose data folder is a fresh temporary folder.
 struct TestApp {
     TestApp();
@@ -139,6 +144,8 @@ struct TestApp {
     // All lines of the debug log so far (empty when none was written).
     std::vector<std::string> DebugLines() const;
     std::vector<std::string> ErrLines() const;
+    // Some line of the debug log holds `text`.
+    bool Logged(const std::string& text) const;
 };
 
 }  // namespace pelmark::test
