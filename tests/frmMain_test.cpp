@@ -15,32 +15,16 @@ namespace {
 
 using test::TestApp;
 
-bool HasLine(const std::string& text, const std::string& line) {
-    for (const std::string& l : SplitLines(text)) {
-        if (l == line) return true;
-    }
-    return false;
-}
-
 TEST(MainFormSave, KeepsTheSmallFormsPositionAndZeroForAnOffScreenCoordinate) {
-    struct Case {
-        FormPlacement placement;
-        const char *left, *top;
-    } cases[] = {
-        {{true, 120, 90, 1280, 1024}, "120", "90"},
-        {{true, -60, 70, 1280, 1024}, "0", "70"},       // half off the left edge
-        {{true, 300, 1024, 1280, 1024}, "300", "0"},    // below the bottom of the screen
-        {{true, 1400, 5, 1280, 1024}, "0", "5"},        // beyond the right edge
-        {{false, -500, -500, 1280, 1024}, "45", "46"},  // expanded: the labels are kept
-    };
-    for (const Case& c : cases) {
+    // tests/data/screen-positions.txt: small or expanded|left|top|saved left|saved top.
+    for (const auto& row : test::DataRows("screen-positions.txt")) {
         TestApp t;
         t.app.frmMain.Find("lblScreenLeft")->caption = "45";
         t.app.frmMain.Find("lblScreenTop")->caption = "46";
-        CmdSave(t.app, c.placement);
+        CmdSave(t.app, {row[0] == "small", std::stoi(row[1]), std::stoi(row[2]), 1280, 1024});
         const std::string file = t.dir.Read("Pelmark.ini");
-        EXPECT_TRUE(HasLine(file, std::string("lblScreenLeft=") + c.left)) << file;
-        EXPECT_TRUE(HasLine(file, std::string("lblScreenTop=") + c.top)) << file;
+        EXPECT_NE(file.find("\r\nlblScreenLeft=" + row[3] + "\r\n"), std::string::npos) << file;
+        EXPECT_NE(file.find("\r\nlblScreenTop=" + row[4] + "\r\n"), std::string::npos) << file;
         EXPECT_EQ(t.app.frmMain.Caption("lblStatus"), "Settings Saved");
         EXPECT_EQ(t.app.frmMain.Find("lstMsgs")->list.back(), "Settings Saved");
     }

@@ -92,19 +92,12 @@ TEST(SettingsFile, GoldenRoundTripOfTheMainForm) {
 }
 
 TEST(SettingsFile, LineEndsByteOrderMarkAndForcedHeader) {
-    struct Case {
-        const char* name;
-        std::string text;
-    } cases[] = {
-        {"crlf", ";Ver=2.1.17\r\nchkSortDesc(1)=1\r\ntxtBlankLines=3\r\n"},
-        {"lf", ";Ver=2.1.17\nchkSortDesc(1)=1\ntxtBlankLines=3"},
-        {"cr", ";Ver=2.1.17\rchkSortDesc(1)=1\rtxtBlankLines=3\r"},
-        {"bom", "\xEF\xBB\xBF;Ver=2.1.17\r\n  chkSortDesc(1)=1  \r\ntxtBlankLines=3\r\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // tests/data/settings-*.ini of each line end, the last line with or without one, blanks
+    // around a record, a byte-order mark; none with a form's header.
+    for (const char* name : {"crlf", "lf", "cr", "bom"}) {
+        SCOPED_TRACE(name);
         TestApp t;
-        t.dir.Write("Pelmark.ini", c.text);
+        t.dir.Write("Pelmark.ini", SourceFile("tests/data/settings-" + std::string(name) + ".ini"));
         ReadIni(t.app, t.app.frmMain);
         EXPECT_EQ(t.app.settings.version, "2.1.17");
         EXPECT_EQ(t.app.settings.records.front(), "[frmMain]");
