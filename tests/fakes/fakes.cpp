@@ -50,11 +50,6 @@ void FakeClock::Sleep(int milliseconds) {
     seconds_ += milliseconds / 1000.0;
 }
 
-void FakeClock::Set(const LocalTime& t) {
-    date_ = t;
-    seconds_ = t.hour * 3600.0 + t.minute * 60.0 + t.second + t.millisecond / 1000.0;
-}
-
 std::optional<std::string> MapEnvironment::Get(const std::string& name) {
     auto it = values.find(name);
     if (it == values.end()) return std::nullopt;
@@ -85,10 +80,6 @@ FileResult FaultyFileSystem::WriteAll(const std::string& p, const std::string& d
 FileResult FaultyFileSystem::Append(const std::string& p, const std::string& d) {
     if (ShouldFail(p)) return {failStatus, "injected failure"};
     return real().Append(p, d);
-}
-
-FileResult FaultyFileSystem::Rename(const std::string& f, const std::string& t) {
-    return real().Rename(f, t);
 }
 
 TempDir::TempDir() {

@@ -53,7 +53,6 @@ class FakeClock : public Clock {
     double Timer() override { return seconds_; }
     void Sleep(int milliseconds) override;
     void Advance(double seconds) { seconds_ += seconds; }
-    void Set(const LocalTime& t);
     std::vector<int> sleeps;
 
   private:
@@ -86,7 +85,9 @@ class FaultyFileSystem : public FileSystem {
     FileResult WriteAll(const std::string& p, const std::string& d) override;
     FileResult Append(const std::string& p, const std::string& d) override;
     FileResult Remove(const std::string& p) override { return real().Remove(p); }
-    FileResult Rename(const std::string& f, const std::string& t) override;
+    FileResult Rename(const std::string& f, const std::string& t) override {
+        return real().Rename(f, t);
+    }
     FileResult Copy(const std::string& f, const std::string& t) override {
         return real().Copy(f, t);
     }
