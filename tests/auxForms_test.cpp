@@ -17,34 +17,19 @@ using test::RecordingLauncher;
 using test::TempDir;
 using test::TestApp;
 
-// True when some debug line holds `text`.
-bool Traced(const TestApp& t, const std::string& text) {
-    for (const std::string& line : t.DebugLines())
-        if (line.find(text) != std::string::npos) return true;
-    return false;
-}
-
 TEST(AuxFormsTest, SplashShowsBuildPlatformAndWorkingFolder) {
-    struct Case {
-        const char* productName;
-        const char* version;
-        bool later;
-    } cases[] = {
-        {"Microsoft Windows XP", "5.1", false},
-        {"Microsoft Windows Server 2003", "5.2", false},
-        {"Windows Vista (TM) Business", "6.0", true},
-        {"Windows 10 Pro", "6.3", true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.productName);
+    // The "vista" rows of tests/data/folders.txt: product|version|yes or no.
+    for (const auto& row : test::DataRows("folders.txt")) {
+        if (row[0] != "vista") continue;
+        SCOPED_TRACE(row[1]);
         TestApp t;
-        t.app.folders.productName = c.productName;
-        t.app.folders.currentVersion = c.version;
+        t.app.folders.productName = row[1];
+        t.app.folders.currentVersion = row[2];
         SplashTexts s = MakeSplashTexts(t.app);
         EXPECT_EQ(s.productName, "Pelmark Bld" + std::to_string(kVersionRevision));
         EXPECT_EQ(s.company, "Corvalt");
-        EXPECT_EQ(s.platform,
-                  c.later ? "Windows 2003, XP, VISTA, 2008, Windows 7" : "Windows 2003, XP");
+        EXPECT_EQ(s.platform, row[3] == "yes" ? "Windows 2003, XP, VISTA, 2008, Windows 7"
+                                              : "Windows 2003, XP");
         EXPECT_EQ(s.workingFolder, t.dir.path());
     }
 }
@@ -59,7 +44,7 @@ TEST(AuxFormsTest, AgreementFileFoundMissingAndAccepted) {
     AgreementText missing = LoadAgreement(t.app);
     EXPECT_FALSE(missing.found);
     EXPECT_EQ(missing.fileName, program.File(name));
-    EXPECT_TRUE(Traced(t, "frm eua = file not found " + program.File(name)));
+    EXPECT_TRUE(t.Logged("frm eua = file not found " + program.File(name)));
     EXPECT_FALSE(t.app.frmMain.Checked("chkEUAAccepted"));
 
     // In the data folder only; every line ends in CR LF, the last one too, whatever the file
@@ -69,7 +54,7 @@ TEST(AuxFormsTest, AgreementFileFoundMissingAndAccepted) {
     EXPECT_TRUE(found.found);
     EXPECT_EQ(found.fileName, t.dir.File(name));
     EXPECT_EQ(found.text, "Pelmark End-User Agreement\r\n\r\n1. Use\r\n2. Caf\xC3\xA9\r\n");
-    EXPECT_TRUE(Traced(t, "frm eua = file found " + t.dir.File(name)));
+    EXPECT_TRUE(t.Logged("frm eua = file found " + t.dir.File(name)));
 
     // The copy beside the program comes first.
     program.Write(name, "Program folder copy");
@@ -85,18 +70,9 @@ TEST(AuxFormsTest, AgreementFileFoundMissingAndAccepted) {
 }
 
 TEST(AuxFormsTest, KilobyteSizesAndTransactionLogName) {
-    struct {
-        std::uintmax_t bytes;
-        const char* text;
-    } sizes[] = {
-        {0, "0K"},
-        {511, "0K"},
-        {512, "1K"},
-        {1023 * 1024, "1,023K"},
-        {1'000'000 * 1024ull, "1,000,000K"},
-        {1'234'567'890ull, "1,205,633K"},
-    };
-    for (const auto& s : sizes) EXPECT_EQ(FormatKilobytes(s.bytes), s.text) << s.bytes;
+    // tests/data/kilobytes.txt: bytes|text.
+    for (const auto& row : test::DataRows("kilobytes.txt"))
+        EXPECT_EQ(FormatKilobytes(std::stoull(row[0])), row[1]) << row[0];
 
     EXPECT_EQ(TransactionLogName("C:\\QB\\Rock Castle.QBW"), "C:\\QB\\Rock Castle.TLG");
     EXPECT_EQ(TransactionLogName("C:\\QB.2014\\Company"), "C:\\QB.2014\\Company.TLG");
@@ -119,7 +95,7 @@ TEST(AuxFormsTest, AboutTextsFoldersAndCompanyFile) {
     // No session: no company file to measure.
     EXPECT_EQ(a.companyFile, "frm About load - QB file not found");
     EXPECT_EQ(a.qbwSize + a.tlgSize, "");
-    EXPECT_TRUE(Traced(t, "frm About load - QB file not found"));
+    EXPECT_TRUE(t.Logged("frm About load - QB file not found"));
 
     // Before Vista the normal folder is the product folder.
     f.vista = false;
@@ -149,8 +125,8 @@ TEST(AuxFormsTest, AboutTextsFoldersAndCompanyFile) {
     EXPECT_TRUE(a.qbwLarge && a.tlgLarge);
     EXPECT_EQ(a.qbwSize, "QBW Size is large 1,000,001K");
     EXPECT_EQ(a.tlgSize, "TLG Size is large 500,001K");
-    EXPECT_TRUE(Traced(t, "QBW Size is large 1,000,001K"));
-    EXPECT_TRUE(Traced(t, "TLG Size is large 500,001K"));
+    EXPECT_TRUE(t.Logged("QBW Size is large 1,000,001K"));
+    EXPECT_TRUE(t.Logged("TLG Size is large 500,001K"));
 }
 
 TEST(AuxFormsTest, FolderLinksAndWebPagesGoThroughTheLauncher) {
@@ -176,7 +152,7 @@ TEST(AuxFormsTest, FolderLinksAndWebPagesGoThroughTheLauncher) {
     ASSERT_EQ(t.prompter.shown.size(), 1u);
     EXPECT_EQ(t.prompter.shown[0].title, "Pelmark");
     EXPECT_NE(t.prompter.shown[0].text.find("Explorer.exe /e, \"D:\\Data\\\""), std::string::npos);
-    EXPECT_TRUE(Traced(t, "Launch failed injected failure starting Explorer.exe"));
+    EXPECT_TRUE(t.Logged("Launch failed injected failure starting Explorer.exe"));
     t.app.sys.launcher = nullptr;
     EXPECT_FALSE(OpenProductPage(t.app));
     EXPECT_EQ(t.prompter.shown.size(), 2u);

@@ -28,38 +28,16 @@ void SetWindows(TestApp& t, const std::string& product, const std::string& versi
     RegWriteValue(t.registry, RegRoot::LocalMachine, key, "CurrentVersion", kRegSz, version);
 }
 
-bool HasLine(const std::vector<std::string>& lines, const std::string& part) {
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
-}
-
+// tests/data/folders.txt: which Windows is Vista or later, which program folder is a developer's.
 TEST(FoldersTest, WindowsVersionAndDeveloperMode) {
-    struct {
-        const char* product;
-        const char* version;
-        bool vista;
-    } versions[] = {
-        {"Microsoft Windows XP", "5.1", false},
-        {"windows vista ultimate", "", true},
-        {"Windows Server (R) 2008 Standard", "", true},
-        {"Windows 7 Professional", "", true},
-        {"Windows 10 Pro", "6.3", true},  // only the version tells
-    };
-    for (const auto& c : versions)
-        EXPECT_EQ(IsVistaOrLater(c.product, c.version), c.vista) << c.product;
-
-    struct {
-        const char* folder;
-        bool on;
-    } folders[] = {{"D:\\Work\\ACCNT\\Code\\", true},
-                   {"d:\\work\\accnt\\code", true},
-                   {"D:/Work/ACCNT/Code/bin", true},
-                   {"D:\\ACCNTX\\CODE\\", false},
-                   {"D:\\Work\\ACCNT\\Codes\\", false}};
-    for (const auto& c : folders) {
+    for (const auto& row : test::DataRows("folders.txt")) {
+        if (row[0] == "vista") {
+            EXPECT_EQ(IsVistaOrLater(row[1], row[2]), row[3] == "yes") << row[1];
+            continue;
+        }
         TestApp t;
-        CommonHouseKeeper(t.app, {c.folder, "pelmark.exe", t.dir.path(), false});
-        EXPECT_EQ(t.app.common.developerMode, c.on) << c.folder;
+        CommonHouseKeeper(t.app, {row[1], "pelmark.exe", t.dir.path(), false});
+        EXPECT_EQ(t.app.common.developerMode, row[2] == "yes") << row[1];
     }
 }
 
@@ -123,14 +101,13 @@ TEST(FoldersTest, GivenDataFolderTracesAndFailures) {
     const Folders& f = t.app.folders;
     EXPECT_EQ(f.data, root);
     EXPECT_TRUE(fs::is_directory(root + "Tables"));
-    auto lines = t.DebugLines();
     const std::string expected[] = {"USERPROFILE=" + root + "bob",
                                     "SystemDrive=SystemDrive",
                                     "OS=Windows 7 Professional 6.1 Vista=True",
                                     "MkDir " + root + "Tables" + kPathSep,
                                     "MkDir failed " + root + "Pub" + kPathSep,
                                     "VistaMsg: INIFFN=" + root + "Pelmark.ini"};
-    for (const std::string& line : expected) EXPECT_TRUE(HasLine(lines, line)) << line;
+    for (const std::string& line : expected) EXPECT_TRUE(t.Logged(line)) << line;
 
     t.app.frmMain.Find("chkIniInUserAppData")->value = 1;
     EXPECT_EQ(GetIniFFN(t.app, "frmMain", false), f.userData + "Pelmark.ini");
@@ -191,10 +168,9 @@ TEST(FoldersTest, OldFilesMoveToTheSharedFolder) {
                           "\r\nNow using the Shared Documents file below.  Please do not put "
                           "or change any files in Program files but use the folder below "
                           "instead");
-            auto lines = t.DebugLines();
-            EXPECT_TRUE(HasLine(lines, "VistaMsg: checking " + shared));
-            EXPECT_TRUE(HasLine(lines, "VistaMsg: copy failed " + old + "Locked.dat"));
-            EXPECT_TRUE(HasLine(lines, "VistaMsg: copying done"));
+            EXPECT_TRUE(t.Logged("VistaMsg: checking " + shared));
+            EXPECT_TRUE(t.Logged("VistaMsg: copy failed " + old + "Locked.dat"));
+            EXPECT_TRUE(t.Logged("VistaMsg: copying done"));
         }
     }
 }

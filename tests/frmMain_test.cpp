@@ -15,72 +15,26 @@ namespace {
 
 using test::TestApp;
 
-bool HasLine(const std::string& text, const std::string& line) {
-    for (const std::string& l : SplitLines(text)) {
-        if (l == line) return true;
-    }
-    return false;
-}
-
 TEST(MainFormSave, KeepsTheSmallFormsPositionAndZeroForAnOffScreenCoordinate) {
-    struct Case {
-        FormPlacement placement;
-        const char *left, *top;
-    } cases[] = {
-        {{true, 120, 90, 1280, 1024}, "120", "90"},
-        {{true, -60, 70, 1280, 1024}, "0", "70"},       // half off the left edge
-        {{true, 300, 1024, 1280, 1024}, "300", "0"},    // below the bottom of the screen
-        {{true, 1400, 5, 1280, 1024}, "0", "5"},        // beyond the right edge
-        {{false, -500, -500, 1280, 1024}, "45", "46"},  // expanded: the labels are kept
-    };
-    for (const Case& c : cases) {
+    // tests/data/screen-positions.txt: small or expanded|left|top|saved left|saved top.
+    for (const auto& row : test::DataRows("screen-positions.txt")) {
         TestApp t;
         t.app.frmMain.Find("lblScreenLeft")->caption = "45";
         t.app.frmMain.Find("lblScreenTop")->caption = "46";
-        CmdSave(t.app, c.placement);
+        CmdSave(t.app, {row[0] == "small", std::stoi(row[1]), std::stoi(row[2]), 1280, 1024});
         const std::string file = t.dir.Read("Pelmark.ini");
-        EXPECT_TRUE(HasLine(file, std::string("lblScreenLeft=") + c.left)) << file;
-        EXPECT_TRUE(HasLine(file, std::string("lblScreenTop=") + c.top)) << file;
+        EXPECT_NE(file.find("\r\nlblScreenLeft=" + row[3] + "\r\n"), std::string::npos) << file;
+        EXPECT_NE(file.find("\r\nlblScreenTop=" + row[4] + "\r\n"), std::string::npos) << file;
         EXPECT_EQ(t.app.frmMain.Caption("lblStatus"), "Settings Saved");
         EXPECT_EQ(t.app.frmMain.Find("lstMsgs")->list.back(), "Settings Saved");
     }
 }
 
+// tests/data/field-checks.txt: field|text|message, "-" where the text is accepted.
 TEST(MainFormChecks, NumericFieldsRefuseWithTheirMessages) {
-    struct Case {
-        const char *field, *text;
-        const char* message;  // nullptr: accepted
-    } cases[] = {
-        // The blank-line and debug-level checks' own texts are the settings file's tests.
-        {"TXTBLANKLINES", "", "Invalid number. Must be between 0-9 Is Blank"},
-        {"txtLinesMax", "0", "Invalid number. Must be between 1-9999 Out of valid Range"},
-        {"txtLinesMax", "2.5", "Invalid number. Must be between 1-9999 Not numeric"},
-        {"txtRefNo", "anything", nullptr},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(CheckMainField(c.field, c.text).value_or("(accepted)"),
-                  c.message ? c.message : "(accepted)")
-            << c.field << "=" << c.text;
+    for (const auto& row : test::DataRows("field-checks.txt"))
+        EXPECT_EQ(CheckMainField(row[0], row[1]).value_or("-"), row[2]) << row[0] << "=" << row[1];
     EXPECT_FALSE(HasFieldCheck("txtRefNo"));
-}
-
-TEST(MainForm, FindsByNameInAnyCaseAndKeepsOptionGroupsExclusive) {
-    Form f = MakeMainFormModel();
-    ASSERT_NE(f.Find("CMDGO"), nullptr);
-    EXPECT_EQ(f.Find("cmdgo"), f.Find("cmdGo"));
-    EXPECT_EQ(f.Find("cboSortField"), nullptr);  // an array needs its index
-    EXPECT_EQ(f.Find("cboSortField", kSortLevels), nullptr);
-    EXPECT_TRUE(f.IsArray("CBOSORTFIELD"));
-    EXPECT_FALSE(f.IsArray("cmdGo"));
-
-    f.SetOption(*f.Find("optSalesOrder"), true);
-    f.SetOption(*f.Find("optBlankLinesAfter"), true);
-    const std::map<std::string, bool> want = {{"optSalesOrder", true},
-                                              {"optInvoice", false},
-                                              {"optBlankLinesAfter", true},
-                                              {"optBlankLinesNone", false},
-                                              {"optStopOnInfo", true}};
-    for (const auto& [name, on] : want) EXPECT_EQ(f.Checked(name), on) << name;
 }
 
 TEST(MainForm, Invariants) {

@@ -86,9 +86,8 @@ TEST_F(ScreenSearchTest, Handle4TextGuardLogsLoopingPastTenSecondsAndGoesOn) {
     Hwnd target = Top("Target");
 
     EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Target", "*"), target);
-    auto lines = t.ErrLines();
     int looping = 0, looping1 = 0;
-    for (const std::string& line : lines) {
+    for (const std::string& line : t.ErrLines()) {
         looping += line == std::string("ERROR\t") + kLooping;
         looping1 += line == std::string("ERROR\t") + kLooping1;
     }
@@ -106,30 +105,11 @@ TEST_F(ScreenSearchTest, Handle4TextGuardLogsLoopingPastTenSecondsAndGoesOn) {
     EXPECT_TRUE(off.ErrLines().empty());
 }
 
+// tests/data/button-labels.txt: text|yes or no.
 TEST(ScreenButtonLabelTest, TellsQuickBooksButtonsFromFieldTexts) {
     ScreenState s;
-    struct Case {
-        const char* text;
-        bool label;
-    } cases[] = {
-        {"&Next", true},
-        {"Next", false},
-        {"Pre&vious", true},
-        {"S&ave && Close", true},
-        {"&Save && New", true},
-        {"To &be printed", true},
-        {"TO &BE ", true},
-        {"To &be", false},  // the label needs the blank after "BE"
-        {"TO &BEX", false},
-        {"To be e-mailed", true},
-        {"Revert", true},
-        {"OKAY", true},  // a text that begins with a label counts as one
-        {"Customize Data Layout", true},
-        {"Estimate Active", true},
-        {"Kristy Abercrombie", false},
-        {"", false},  // the empty slots of the table match nothing
-    };
-    for (const Case& c : cases) EXPECT_EQ(IsButtonLabel(s, c.text), c.label) << c.text;
+    for (const auto& row : test::DataRows("button-labels.txt"))
+        EXPECT_EQ(IsButtonLabel(s, row[0]), row[1] == "yes") << row[0];
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 
+#include "fakes/fakes.h"
 #include "screen/WindowsStuff.h"
 #include "screen/sendKeys.h"
 
@@ -34,107 +35,28 @@ std::string Show(const std::vector<KeyStroke>& strokes) {
     return r;
 }
 
-TEST(ScreenSendKeysTest, ParsesTheNotation) {
-    struct Case {
-        const char* keys;
-        const char* strokes;
-    } cases[] = {
-        {"", ""},
-        {"%a", "A-A"},
-        {"^c", "C-C"},
-        {"(^{HOME})", "C-Home"},
-        {"(^(+{END}))", "C-S-End"},
-        {"^+{END}", "C-S-End"},
-        {"{HOME}+({END})", "Home S-End"},
-        {"{TAB}", "Tab"},
-        {"+{TAB 3}", "S-Tab S-Tab S-Tab"},
-        {"{TAB 0}", ""},
-        {"{h 3}", "'h' 'h' 'h'"},
-        {"%{F4}", "A-F4"},
-        {"{F16}", "F16"},
-        {"{DOWN}{UP}{PGDN}{BS}{BREAK}", "Down Up PgDn Back Break"},
-        {"~", "Enter"},
-        {"ab", "'a' 'b'"},
-        {"+(ab)", "S-A S-B"},
-        {"^ ", "C-Space"},
-        {"%-", "A-'-'"},
-        {"[x]", "'[' 'x' ']'"},
-        {"{(}{)}{%}{+}{^}{~}{{}{}}", "'(' ')' '%' '+' '^' '~' '{' '}'"},
-        {"{} 2}", "'}' '}'"},
-        {"^{+}", "C-'+'"},
-    };
-    for (const Case& c : cases) {
-        SendKeysParse p = ParseSendKeys(c.keys);
-        ASSERT_TRUE(p.ok) << c.keys << ": " << p.error << " at " << p.position;
-        EXPECT_EQ(Show(p.strokes), c.strokes) << c.keys;
+// tests/data/sendkeys.txt: keys|strokes for notation that parses, keys|position|words for
+// notation that does not (nothing is sent, and the error says what and where).
+TEST(ScreenSendKeysTest, ParsesTheNotationAndNamesWhatIsMalformedAndWhere) {
+    for (const auto& row : test::DataRows("sendkeys.txt")) {
+        SendKeysParse p = ParseSendKeys(row[0]);
+        if (row.size() == 2) {
+            ASSERT_TRUE(p.ok) << row[0] << ": " << p.error << " at " << p.position;
+            EXPECT_EQ(Show(p.strokes), row[1]) << row[0];
+            continue;
+        }
+        EXPECT_FALSE(p.ok) << row[0];
+        EXPECT_EQ(std::to_string(p.position), row[1]) << row[0];
+        EXPECT_NE(p.error.find(row[2]), std::string::npos) << row[0] << ": " << p.error;
+        EXPECT_TRUE(p.strokes.empty()) << row[0];
     }
 }
 
-TEST(ScreenSendKeysTest, NamesWhatIsMalformedAndWhere) {
-    struct Case {
-        const char* keys;
-        size_t position;
-        const char* words;
-    } cases[] = {
-        {"{TAB", 0, "no closing \"}\""},
-        {"ab{FOO}", 2, "unknown key name \"{FOO}\""},
-        {"{F17}", 0, "unknown key name"},
-        {"a{TAB x}", 1, "bad repeat count"},
-        {"{TAB 5000}", 0, "repeat count above"},
-        {"x(^{HOME}", 1, "no closing \")\""},
-        {"ab)", 2, "no opening \"(\""},
-        {"a}", 1, "no opening \"{\""},
-        {"^", 0, "modifier \"^\" is not followed by a key"},
-        {"(a+)", 2, "modifier \"+\" is not followed by a key"},
-        {"()", 0, "empty group"},
-        {"{}", 0, "empty braces"},
-    };
-    for (const Case& c : cases) {
-        SendKeysParse p = ParseSendKeys(c.keys);
-        EXPECT_FALSE(p.ok) << c.keys;
-        EXPECT_EQ(p.position, c.position) << c.keys;
-        EXPECT_NE(p.error.find(c.words), std::string::npos) << c.keys << ": " << p.error;
-        EXPECT_TRUE(p.strokes.empty()) << c.keys;
-    }
-}
-
+// tests/data/like.txt: text|pattern|yes or no.
 TEST(ScreenLikeTest, MatchesAsTheClassicLikeOperator) {
-    struct Case {
-        const char* text;
-        const char* pattern;
-        bool match;
-    } cases[] = {
-        {"", "", true},
-        {"", "*", true},
-        {"a", "", false},
-        {"abc", "abc", true},
-        {"abc", "ABC", false},  // case counts
-        {"Create Invoices - Accounts Receivable", "*Create Invoices*", true},
-        {"Create Invoices - Accounts Receivable", "*Create Invoices", false},
-        {"abcbc", "*bc", true},
-        {"abcd", "a*c*d", true},
-        {"ab", "a?", true},
-        {"a", "a?", false},
-        {"a1", "a#", true},
-        {"ab", "a#", false},
-        {"B", "[A-Z]", true},
-        {"b", "[A-Z]", false},
-        {"x", "[!0-9]", true},
-        {"5", "[!0-9]", false},
-        {"c", "[abc]", true},
-        {"-", "[a-]", true},
-        {"b", "[-a]", false},
-        {"a*b", "a[*]b", true},
-        {"#1", "[#]#", true},
-        {"[", "[[]", true},
-        {"a]", "a]", true},
-        {"ab", "a[]b", true},
-        {"[abc", "[abc", false},  // an unclosed list matches nothing
-        {"2024-05-01", "####-##-##", true},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(Like(c.text, c.pattern), c.match)
-            << '"' << c.text << "\" Like \"" << c.pattern << '"';
+    for (const auto& row : test::DataRows("like.txt"))
+        EXPECT_EQ(Like(row[0], row[1]), row[2] == "yes")
+            << '"' << row[0] << "\" Like \"" << row[1] << '"';
 }
 
 TEST(ScreenLikeTest, EscapedTextMatchesOnlyItself) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -69,11 +68,6 @@ struct ScreenTrnsTest : ::testing::Test {
         s.otherWindows = {"Pelmark"};
         return Open(s);
     }
-    std::vector<std::string> Prompts() const {
-        std::vector<std::string> r;
-        for (const auto& p : t.prompter.shown) r.push_back(p.text);
-        return r;
-    }
     int Count(const std::string& keys) const {
         int n = 0;
         for (const std::string& k : desktop->keysSent) n += k == keys;
@@ -84,45 +78,30 @@ struct ScreenTrnsTest : ::testing::Test {
     std::unique_ptr<FlakyDesktop> desktop;
 };
 
+// tests/data/screen-dates.txt: text|yes or no.
 TEST(ScreenTitleTest, TellsDatesAsTheScreenShowsThem) {
-    for (const char* date :
-         {"12/15/2024", "15/12/2024", "2024-12-15", "15.12.2024", "1/2/24", "1/31/2024",
-          "Dec 15, 2024", "December 15, 2024", "15-Dec-24", "02/29/2024"})
-        EXPECT_TRUE(IsScreenDate(date)) << date;
-    for (const char* text : {"", "1001", "2024", "12/15", "13/13/2024", "02/30/2024", "02/29/2023",
-                             "Feb 29, 2023", "Net 30", "Kristy Abercrombie", "1/2/345"})
-        EXPECT_FALSE(IsScreenDate(text)) << text;
+    for (const auto& row : test::DataRows("screen-dates.txt"))
+        EXPECT_EQ(IsScreenDate(row[0]), row[1] == "yes") << row[0];
 }
 
 struct TitleRow {
     std::string title, company, edition, year;
     bool served = false;
 };
-// The titles of tests/data/qb-titles.txt: title|company|edition|year|served.
-std::vector<TitleRow> TitleRows() {
-    std::vector<TitleRow> rows;
-    std::ifstream in(PELMARK_SOURCE_DIR "/tests/data/qb-titles.txt");
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        std::vector<std::string> f(1);
-        for (char c : line) c == '|' ? (void)f.emplace_back() : f.back().push_back(c);
-        if (f.size() == 5) rows.push_back({f[0], f[1], f[2], f[3], f[4] == "yes"});
-    }
-    return rows;
-}
 
 // Every title format through the screen read, with a browser window named after the company in
 // front of QuickBooks and a window of another class carrying a QuickBooks title: the MauiFrame
 // window is the one found, its year picks the field key, and the keys go to it alone.
 TEST_F(ScreenTrnsTest, FindsQuickBooksByClassAndTitleInEveryFormat) {
-    const std::vector<TitleRow> rows = TitleRows();
-    ASSERT_GE(rows.size(), 15u);
+    // tests/data/qb-titles.txt: title|company|edition|year|served.
+    const auto rows = test::DataRows("qb-titles.txt");
     const std::pair<TrnsKind, HeaderValues> kinds[] = {{TrnsKind::Invoice, kInvoice},
                                                        {TrnsKind::Estimate, kEstimate},
                                                        {TrnsKind::SalesOrder, kSalesOrder},
                                                        {TrnsKind::SalesReceipt, kSalesReceipt}};
     for (size_t i = 0; i < rows.size(); ++i) {
-        const TitleRow& r = rows[i];
+        const TitleRow r{rows[i].at(0), rows[i].at(1), rows[i].at(2), rows[i].at(3),
+                         rows[i].at(4) == "yes"};
         SCOPED_TRACE(r.title);
         QbTitle parsed = ParseQbTitle(r.title);
         EXPECT_EQ(parsed.company.value_or("-"), r.company);
@@ -144,7 +123,7 @@ TEST_F(ScreenTrnsTest, FindsQuickBooksByClassAndTitleInEveryFormat) {
         const ScreenState& s = t.app.screen;
         if (!r.served) {
             EXPECT_EQ(got, "");
-            EXPECT_EQ(Prompts(), std::vector<std::string>{kMsgNoApCompany});
+            EXPECT_EQ(t.prompter.Texts(), std::vector<std::string>{kMsgNoApCompany});
             EXPECT_TRUE(d.keysSent.empty());
             continue;
         }
@@ -180,7 +159,7 @@ TEST_F(ScreenTrnsTest, ScreensItCannotFullyReadGiveTheirCodeAndMessage) {
     SimTrnsWindow inv = MakeTrnsWindow(TrnsKind::Invoice, kInvoice);
     SimTrnsWindow po = MakeTrnsWindow(TrnsKind::PurchaseOrder, kPurchaseOrder);
     EXPECT_EQ(read({inv, MakeTrnsWindow(TrnsKind::Estimate, kEstimate)}), kTrnsSeveralKinds);
-    EXPECT_EQ(Prompts(), std::vector<std::string>{"Multiple transaction screens are up"});
+    EXPECT_EQ(t.prompter.Texts(), std::vector<std::string>{"Multiple transaction screens are up"});
     EXPECT_EQ(OpenTrnsKinds(s), 2);
     EXPECT_TRUE(desktop->keysSent.empty());
     // A purchase order takes no part in that count, and is no sortable kind.
@@ -190,7 +169,7 @@ TEST_F(ScreenTrnsTest, ScreensItCannotFullyReadGiveTheirCodeAndMessage) {
     for (auto windows : {std::vector<SimTrnsWindow>{po}, std::vector<SimTrnsWindow>{}}) {
         EXPECT_EQ(read(windows), "");
         EXPECT_EQ(s.purchaseOrderWnd != 0, !windows.empty());
-        EXPECT_TRUE(Prompts().empty());
+        EXPECT_TRUE(t.prompter.Texts().empty());
         EXPECT_TRUE(desktop->keysSent.empty());
     }
 
@@ -199,7 +178,7 @@ TEST_F(ScreenTrnsTest, ScreensItCannotFullyReadGiveTheirCodeAndMessage) {
     EXPECT_EQ(read({w}), kTrnsNoNumber);
     EXPECT_EQ(s.trnsNo, kTrnsNoNumber);
     EXPECT_EQ(s.customerName, "Kristy Abercrombie");
-    EXPECT_TRUE(Prompts().empty());
+    EXPECT_TRUE(t.prompter.Texts().empty());
     // The date may stand two fields after the template; three is too far, and without a date
     // there is no number either.
     w = inv;
@@ -212,7 +191,7 @@ TEST_F(ScreenTrnsTest, ScreensItCannotFullyReadGiveTheirCodeAndMessage) {
     EXPECT_EQ(s.dateIndex, -9);
 
     EXPECT_EQ(read({MakeTrnsWindow(TrnsKind::Invoice, kInvoice, false)}), "");
-    EXPECT_EQ(Prompts(),
+    EXPECT_EQ(t.prompter.Texts(),
               std::vector<std::string>{
                   "Kristy Abercrombie\r\n\r\n12/15/2024\r\n1001\r\nKristy Abercrombie\r\n"
                   "Kristy Abercrombie\r\n\r\nCould not find Template in transaction "});
@@ -268,10 +247,7 @@ TEST_F(ScreenTrnsTest, MessageModeReadsTheFieldEditorAndSendsOnlyNavigation) {
     EXPECT_EQ(Count("%j"), 2);
     EXPECT_EQ(Count("^c"), 7);
     EXPECT_TRUE(t.app.screen.messageMode);
-    const auto log = t.DebugLines();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const std::string& l) {
-        return l.find("Header read in clipboard mode") != std::string::npos;
-    }));
+    EXPECT_TRUE(t.Logged("Header read in clipboard mode"));
 }
 
 TEST_F(ScreenTrnsTest, CancelAfterAFailedCopyStopsTheRead) {

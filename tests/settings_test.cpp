@@ -24,11 +24,6 @@ std::string SourceFile(const std::string& relative) {
     return ss.str();
 }
 
-bool HasLine(const std::vector<std::string>& lines, const std::string& part) {
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const std::string& l) { return l.find(part) != std::string::npos; });
-}
-
 // The lines after the version line.
 std::vector<std::string> Body(const std::string& text) {
     std::vector<std::string> lines = SplitLines(text);
@@ -97,67 +92,37 @@ TEST(SettingsFile, GoldenRoundTripOfTheMainForm) {
 }
 
 TEST(SettingsFile, LineEndsByteOrderMarkAndForcedHeader) {
-    struct Case {
-        const char* name;
-        std::string text;
-    } cases[] = {
-        {"crlf", ";Ver=2.1.17\r\nchkSortDesc(1)=1\r\ntxtBlankLines=3\r\n"},
-        {"lf", ";Ver=2.1.17\nchkSortDesc(1)=1\ntxtBlankLines=3"},
-        {"cr", ";Ver=2.1.17\rchkSortDesc(1)=1\rtxtBlankLines=3\r"},
-        {"bom", "\xEF\xBB\xBF;Ver=2.1.17\r\n  chkSortDesc(1)=1  \r\ntxtBlankLines=3\r\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // tests/data/settings-*.ini of each line end, the last line with or without one, blanks
+    // around a record, a byte-order mark; none with a form's header.
+    for (const char* name : {"crlf", "lf", "cr", "bom"}) {
+        SCOPED_TRACE(name);
         TestApp t;
-        t.dir.Write("Pelmark.ini", c.text);
+        t.dir.Write("Pelmark.ini", SourceFile("tests/data/settings-" + std::string(name) + ".ini"));
         ReadIni(t.app, t.app.frmMain);
         EXPECT_EQ(t.app.settings.version, "2.1.17");
         EXPECT_EQ(t.app.settings.records.front(), "[frmMain]");
         EXPECT_TRUE(t.app.frmMain.Checked("chkSortDesc", 1));
         EXPECT_EQ(t.app.frmMain.Text("txtBlankLines"), "3");
-        EXPECT_TRUE(HasLine(t.DebugLines(), "Read ini forced [frmMain]"));
+        EXPECT_TRUE(t.Logged("Read ini forced [frmMain]"));
         EXPECT_TRUE(t.prompter.shown.empty());
     }
 }
 
+// tests/data/settings-sections.ini: a record of another form, records 4 to 6 malformed, keys in
+// other cases, repeated keys, values the lists do not hold, and records after the end mark.
 TEST(SettingsFile, SectionsKeysAndValues) {
     TestApp t;
     ui::Form& f = t.app.frmMain;
     f.Find("txtItemSubTotal")->tag = "7";
-    t.dir.Write("Pelmark.ini",
-                "[frmOther]\r\n"
-                "txtBlankLines=8\r\n"
-                "[FRMMAIN]\r\n"
-                "chkSortDesc(2=1\r\n"         // 4: no closing bracket
-                "chkSortDesc(x)=1\r\n"        // 5: index not a number
-                "cboTotalsItem[abc=1\r\n"     // 6: no closing bracket
-                "txtItemSubTotal[7]=a=b\r\n"  // the value keeps every "=" after the first
-                "# a comment\r\n"
-                "chkSortDesc(0)=True\r\n"
-                "chkSortDesc(1)=t\r\n"
-                "chkSortDesc(3)=-1\r\n"
-                "optSalesOrder=True\r\n"
-                "cboSortField(0)=item name\r\n"
-                "cboSortField(1)=Amount\r\n"
-                "cboSortField(1)=--Default--\r\n"
-                "cboSortField(2)=Qty\r\n"
-                "cboSortField(2)=--None--\r\n"
-                "lstOptionsInternal=8,10\r\n"
-                "lblTimeProDelay=250\r\n"
-                "UpDownlblSleepVBA=1e12\r\n"
-                "cboAdvCustType=Retail\r\n"
-                "TXTFILEPRICEBYQTY3=12\r\n"
-                "[]\r\n"
-                "txtBlankLines=9\r\n");
+    t.dir.Write("Pelmark.ini", SourceFile("tests/data/settings-sections.ini"));
     ReadIni(t.app, f);
 
     EXPECT_EQ(f.Text("txtBlankLines"), "1");
     EXPECT_EQ(f.Text("txtItemSubTotal"), "a=b");
     EXPECT_FALSE(f.Checked("chkSortDesc", 2));
-    std::vector<std::string> debug = t.DebugLines();
-    EXPECT_TRUE(HasLine(debug, "Invalid Control Array Ini=chkSortDesc(2, rec#=4"));
-    EXPECT_TRUE(HasLine(debug, "Invalid Control Array Ini=chkSortDesc(x), rec#=5"));
-    EXPECT_TRUE(HasLine(debug, "Invalid Control ID Ini=cboTotalsItem[abc, rec#=6"));
+    EXPECT_TRUE(t.Logged("Invalid Control Array Ini=chkSortDesc(2, rec#=4"));
+    EXPECT_TRUE(t.Logged("Invalid Control Array Ini=chkSortDesc(x), rec#=5"));
+    EXPECT_TRUE(t.Logged("Invalid Control ID Ini=cboTotalsItem[abc, rec#=6"));
     EXPECT_TRUE(f.Checked("chkSortDesc", 0));
     EXPECT_TRUE(f.Checked("chkSortDesc", 1));
     EXPECT_FALSE(f.Checked("chkSortDesc", 3));
@@ -190,15 +155,7 @@ TEST(SettingsFile, SectionsKeysAndValues) {
 }
 
 TEST(SettingsFile, UnknownControlsAndValuesAreReportedOnceAtTheEnd) {
-    const std::string ini =
-        "[frmMain]\r\n"
-        "chkNoSuch=1\r\n"
-        "cboSortField(0)=Nope\r\n"
-        "cboSortField=Amount\r\n"
-        "cboCFNetWeight=Lbs\r\n"
-        "cboTotalsItem=Freight\r\n"
-        "lstOptionsInternal=3,99\r\n"
-        "txtBlankLines=abc\r\n";
+    const std::string ini = SourceFile("tests/data/settings-unknown.ini");
     TestApp t;
     ui::Form& f = t.app.frmMain;
     f.SetOption(*f.Find("optStopOnAll"), true);
@@ -277,28 +234,8 @@ TEST(SettingsFile, HeldFileIsRetriedAndThePreviousFileKept) {
     TestApp broken;
     failingSave(broken, FileStatus::Failed);
     EXPECT_TRUE(broken.prompter.shown.empty());
-    EXPECT_TRUE(HasLine(broken.DebugLines(), "Save settings do it err=75 injected failure"));
+    EXPECT_TRUE(broken.Logged("Save settings do it err=75 injected failure"));
     EXPECT_EQ(broken.dir.Read("Pelmark.ino"), "old");
-}
-
-TEST(SettingsFile, FieldChecks) {
-    const std::string blank = "Invalid number. Must be between 0-9 ";
-    struct Check {
-        const char* text;
-        std::optional<std::string> blankLines, debugLevel;
-    } checks[] = {
-        {"0", {}, {}},
-        {"9", {}, {}},
-        {"10", blank + "Out of valid Range", {}},
-        {"-1", blank + "Out of valid Range", "Invalid -1"},
-        {"x", blank + "Not numeric", "Invalid x"},
-        {"", blank + "Is Blank", "Invalid "},
-        {"1.5", blank + "Not numeric", {}},
-    };
-    for (const Check& c : checks) {
-        EXPECT_EQ(CheckBlankLines(c.text), c.blankLines) << c.text;
-        EXPECT_EQ(CheckDebugLevel(c.text), c.debugLevel) << c.text;
-    }
 }
 
 }  // namespace

@@ -1,14 +1,22 @@
 // Test doubles for the seams, and TestApp.
 #include "fakes/fakes.h"
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 
 #include "app/text.h"
 
 namespace pelmark::test {
+
+std::vector<std::string> ScriptedPrompter::Texts() const {
+    std::vector<std::string> texts;
+    for (const Shown& p : shown) texts.push_back(p.text);
+    return texts;
+}
 
 int ScriptedPrompter::Show(const std::string& text, int style, const std::string& title,
                            bool topMost) {
@@ -42,11 +50,6 @@ void FakeClock::Sleep(int milliseconds) {
     seconds_ += milliseconds / 1000.0;
 }
 
-void FakeClock::Set(const LocalTime& t) {
-    date_ = t;
-    seconds_ = t.hour * 3600.0 + t.minute * 60.0 + t.second + t.millisecond / 1000.0;
-}
-
 std::optional<std::string> MapEnvironment::Get(const std::string& name) {
     auto it = values.find(name);
     if (it == values.end()) return std::nullopt;
@@ -77,10 +80,6 @@ FileResult FaultyFileSystem::WriteAll(const std::string& p, const std::string& d
 FileResult FaultyFileSystem::Append(const std::string& p, const std::string& d) {
     if (ShouldFail(p)) return {failStatus, "injected failure"};
     return real().Append(p, d);
-}
-
-FileResult FaultyFileSystem::Rename(const std::string& f, const std::string& t) {
-    return real().Rename(f, t);
 }
 
 TempDir::TempDir() {
@@ -129,6 +128,26 @@ std::vector<std::string> TestApp::DebugLines() const {
 
 std::vector<std::string> TestApp::ErrLines() const {
     return SplitLines(dir.Read("Err.Log"));
+}
+
+bool TestApp::Logged(const std::string& text) const {
+    const std::vector<std::string> lines = DebugLines();
+    return std::any_of(lines.begin(), lines.end(),
+                       [&](const std::string& l) { return l.find(text) != std::string::npos; });
+}
+
+std::vector<std::vector<std::string>> DataRows(const std::string& name) {
+    std::vector<std::vector<std::string>> rows;
+    std::ifstream in(std::string(PELMARK_SOURCE_DIR) + "/tests/data/" + name, std::ios::binary);
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.empty() || line == "#" || line.starts_with("# ")) continue;
+        std::vector<std::string>& row = rows.emplace_back(1);
+        for (char c : line) c == '|' ? (void)row.emplace_back() : row.back().push_back(c);
+    }
+    // A table that is not there must fail its test, not pass it with no rows.
+    if (rows.empty()) throw std::runtime_error("no rows in tests/data/" + name);
+    return rows;
 }
 
 }  // namespace pelmark::test

@@ -25,7 +25,8 @@ class ScriptedPrompter : public Prompter {
     };
     int Show(const std::string& text, int style, const std::string& title, bool topMost) override;
     void Answer(int answer) { script_.push_back(answer); }
-    int defaultAnswer = kAnsYes;  // when the script is used up
+    std::vector<std::string> Texts() const;  // of the prompts shown, in order
+    int defaultAnswer = kAnsYes;             // when the script is used up
     std::vector<Shown> shown;
 
   private:
@@ -52,7 +53,6 @@ class FakeClock : public Clock {
     double Timer() override { return seconds_; }
     void Sleep(int milliseconds) override;
     void Advance(double seconds) { seconds_ += seconds; }
-    void Set(const LocalTime& t);
     std::vector<int> sleeps;
 
   private:
@@ -85,7 +85,9 @@ class FaultyFileSystem : public FileSystem {
     FileResult WriteAll(const std::string& p, const std::string& d) override;
     FileResult Append(const std::string& p, const std::string& d) override;
     FileResult Remove(const std::string& p) override { return real().Remove(p); }
-    FileResult Rename(const std::string& f, const std::string& t) override;
+    FileResult Rename(const std::string& f, const std::string& t) override {
+        return real().Rename(f, t);
+    }
     FileResult Copy(const std::string& f, const std::string& t) override {
         return real().Copy(f, t);
     }
@@ -124,6 +126,10 @@ class TempDir {
 // Text as XML element text or attribute value.
 std::string XmlEscape(const std::string& text);
 
+// The rows of a table under tests/data/: one row a line, fields split at "|"; blank lines and
+// lines starting with "# " are left out. Throws when the table has no rows.
+std::vector<std::vector<std::string>> DataRows(const std::string& name);
+
 // An App on fakes whose data folder is a fresh temporary folder.
 struct TestApp {
     TestApp();
@@ -139,6 +145,8 @@ struct TestApp {
     // All lines of the debug log so far (empty when none was written).
     std::vector<std::string> DebugLines() const;
     std::vector<std::string> ErrLines() const;
+    // Some line of the debug log holds `text`.
+    bool Logged(const std::string& text) const;
 };
 
 }  // namespace pelmark::test

@@ -107,9 +107,7 @@ bool SortRig::Shown(const std::string& text) const {
 }
 
 bool SortRig::InDebugLog(const std::string& text) const {
-    for (const std::string& line : t.DebugLines())
-        if (line.find(text) != std::string::npos) return true;
-    return false;
+    return t.Logged(text);
 }
 
 int SortRig::DisplayRequests() const {

@@ -17,7 +17,7 @@
 #include "fakes/fakes.h"
 #include "screen/desktop.h"
 #include "ui/auxForms.h"
-#include "wine/fakeqb_win.h"
+#include "wine/gui_win.h"
 #include "wine/screenshot_win.h"
 
 namespace pelmark::ui {
@@ -28,10 +28,6 @@ using test::TestApp;
 
 constexpr wchar_t kFormClass[] = L"PelmarkAuxForm";
 
-std::wstring W(const std::string& s) {
-    return WideFromUtf8(s);
-}
-
 bool WaitFor(const std::function<bool()>& done, int ms = 10000) {
     return test::WaitUntil(done, ms);
 }
@@ -39,40 +35,14 @@ bool WaitFor(const std::function<bool()>& done, int ms = 10000) {
 HWND WaitForForm(const std::string& caption) {
     HWND form = nullptr;
     WaitFor([&] {
-        form = FindWindowW(kFormClass, W(caption).c_str());
+        form = FindWindowW(kFormClass, WideFromUtf8(caption).c_str());
         return form && IsWindowVisible(form);
     });
     return form && IsWindowVisible(form) ? form : nullptr;
 }
 
 HWND Child(HWND form, const std::string& text) {
-    return form ? FindWindowExW(form, nullptr, nullptr, W(text).c_str()) : nullptr;
-}
-
-std::string TextOf(HWND wnd) {
-    std::wstring text(static_cast<size_t>(GetWindowTextLengthW(wnd)) + 1, L'\0');
-    int n = GetWindowTextW(wnd, text.data(), static_cast<int>(text.size()));
-    return Utf8FromWide(text.data(), static_cast<size_t>(n));
-}
-
-// A real mouse click at the middle of a window, or at `dx`, `dy` from its top left. The
-// position goes with the button events: under Wine a SetCursorPos just before them may not have
-// reached the X server when they are handled.
-void ClickOn(HWND wnd, int dx = -1, int dy = -1) {
-    RECT r;
-    GetWindowRect(wnd, &r);
-    int x = dx < 0 ? (r.left + r.right) / 2 : r.left + dx;
-    int y = dy < 0 ? (r.top + r.bottom) / 2 : r.top + dy;
-    INPUT in[3] = {};
-    for (INPUT& i : in) {
-        i.type = INPUT_MOUSE;
-        i.mi.dx = MulDiv(x, 65535, GetSystemMetrics(SM_CXSCREEN) - 1);
-        i.mi.dy = MulDiv(y, 65535, GetSystemMetrics(SM_CYSCREEN) - 1);
-        i.mi.dwFlags = MOUSEEVENTF_MOVE | MOUSEEVENTF_ABSOLUTE;
-    }
-    in[1].mi.dwFlags |= MOUSEEVENTF_LEFTDOWN;
-    in[2].mi.dwFlags |= MOUSEEVENTF_LEFTUP;
-    SendInput(3, in, sizeof(INPUT));
+    return form ? FindWindowExW(form, nullptr, nullptr, WideFromUtf8(text).c_str()) : nullptr;
 }
 
 // Drives a modal form from another thread; if the script could not end the form, the escape
@@ -130,7 +100,7 @@ TEST(AuxFormsWinTest, SplashShowsItsTextsAndItsFrameOpensTheProductPage) {
     test::TakeScreenshot("aux-splash");
 
     // The labels let a click through to the frame under them.
-    ClickOn(Child(splash, "Corvalt"));
+    test::Click(Child(splash, "Corvalt"));
     ASSERT_TRUE(WaitFor([&] { return t.launcher.calls == 1; }));
     EXPECT_EQ(t.launcher.started[0], (RecordingLauncher::Started{kProductPageUrl, ""}));
 
@@ -157,9 +127,9 @@ TEST(AuxFormsWinTest, AgreementOnTopAcceptedOrDeclined) {
         std::string text;
         Driver driver("Pelmark - End-User Agreement", "I &Decline", [&](HWND form) {
             topMost = (GetWindowLongW(form, GWL_EXSTYLE) & WS_EX_TOPMOST) != 0;
-            text = TextOf(FindWindowExW(form, nullptr, L"Edit", nullptr));
+            text = test::TextOf(FindWindowExW(form, nullptr, L"Edit", nullptr));
             if (accept) test::TakeScreenshot("aux-agreement");
-            ClickOn(Child(form, accept ? "I &Accept" : "I &Decline"));
+            test::Click(Child(form, accept ? "I &Accept" : "I &Decline"));
         });
         bool result = ShowAgreement(t.app, nullptr);
         driver.Join();
@@ -195,16 +165,17 @@ TEST(AuxFormsWinTest, AboutShowsFoldersAndSizesAndStartsWhatIsClicked) {
 
     std::string sizes;
     Driver driver("About Pelmark", "OK", [&](HWND form) {
-        sizes = TextOf(Child(form, "QBW Size 5K")) + "|" + TextOf(Child(form, "TLG Size 2K"));
+        sizes = test::TextOf(Child(form, "QBW Size 5K")) + "|" +
+                test::TextOf(Child(form, "TLG Size 2K"));
         test::TakeScreenshot("aux-about");
         int n = 0;
         for (const std::string& text : {f.program, working, std::string("&System Info..."),
                                         std::string("Help && &Support...")}) {
-            ClickOn(Child(form, text));
+            test::Click(Child(form, text));
             if (!WaitFor([&] { return t.launcher.calls == n + 1; }, 5000)) break;
             ++n;
         }
-        ClickOn(Child(form, "OK"));
+        test::Click(Child(form, "OK"));
     });
     ShowAbout(t.app, nullptr);
     driver.Join();
@@ -238,7 +209,7 @@ TEST(AuxFormsWinTest, ProgramEndInAClickLeavesTheFormAndReachesTheCaller) {
     t.app.sys.events = &pump;
     Driver driver("About Pelmark", "OK", [&](HWND form) {
         pump.armed = true;  // the click's first debug line lets events run
-        ClickOn(Child(form, "&System Info..."));
+        test::Click(Child(form, "&System Info..."));
     });
     try {
         ShowAbout(t.app, owner.wnd);

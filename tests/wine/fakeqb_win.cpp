@@ -1,6 +1,7 @@
 // Starts the fake QuickBooks program (fakeqb.exe) for a test and ends it when the test ends.
 #include "wine/fakeqb_win.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -9,19 +10,15 @@
 #include "fakeqb/fakeqb.h"
 
 namespace pelmark::test {
-namespace {
 
-// A window's text by WM_GETTEXT, which Windows carries across processes (GetWindowText does not
-// ask another program's controls).
 std::string TextOf(HWND wnd) {
-    wchar_t text[256] = {};
-    DWORD_PTR got = 0;
-    SendMessageTimeoutW(wnd, WM_GETTEXT, 256, reinterpret_cast<LPARAM>(text), SMTO_ABORTIFHUNG,
-                        2000, &got);
-    return Utf8FromWide(text, wcslen(text));
+    DWORD_PTR length = 0, got = 0;
+    SendMessageTimeoutW(wnd, WM_GETTEXTLENGTH, 0, 0, SMTO_ABORTIFHUNG, 2000, &length);
+    std::wstring text(length + 1, L'\0');
+    SendMessageTimeoutW(wnd, WM_GETTEXT, length + 1, reinterpret_cast<LPARAM>(text.data()),
+                        SMTO_ABORTIFHUNG, 2000, &got);
+    return Utf8FromWide(text.data(), std::min<std::size_t>(got, length));
 }
-
-}  // namespace
 
 HANDLE MakeKillOnCloseJob() {
     HANDLE job = CreateJobObjectW(nullptr, nullptr);

@@ -16,6 +16,9 @@ namespace pelmark::test {
 // A job that ends its processes when its handle is closed, so that a test binary that dies
 // leaves nothing running on the shared display; null when Windows would not make one.
 HANDLE MakeKillOnCloseJob();
+// A window's text by WM_GETTEXT, which Windows carries across processes (GetWindowText does not
+// ask another program's controls); "" when the window does not answer within two seconds.
+std::string TextOf(HWND wnd);
 // Waits up to `timeoutMs` until `done` holds, letting this thread's window messages run.
 bool WaitUntil(const std::function<bool()>& done, int timeoutMs);
 

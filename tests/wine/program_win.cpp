@@ -1,6 +1,8 @@
 // Starts a Windows program of the build for a test, in a job that ends it when the test ends.
 #include "wine/program_win.h"
 
+#include "app/wideText.h"
+
 namespace pelmark::test {
 // The quoting CommandLineToArgvW undoes: backslashes are literal except before a quote.
 std::wstring QuoteArg(const std::wstring& arg) {
@@ -59,10 +61,7 @@ BOOL CALLBACK MatchClass(HWND wnd, LPARAM param) {
 }  // namespace
 
 std::wstring Wide(const std::string& s) {
-    int n = MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), w.data(), n);
-    return w;
+    return WideFromUtf8(s);
 }
 
 std::wstring WindowsPath(std::string path) {
