@@ -5,23 +5,16 @@
 #include <sstream>
 
 #include "app/items.h"
-#include "fakes/fakes.h"
+#include "fakes/qbFakes.h"
 
 namespace pelmark {
 namespace {
 
 using test::TestApp;
 
-// An item in one line: own name|full name|depth|kind|desc|price|cost|tax code.
-std::string Show(const ItemRec& i) {
-    return i.name + "|" + i.fullName + "|" + std::to_string(i.depth) + "|" +
-           std::to_string(i.kind) + "|" + i.desc + "|" + i.price + "|" + i.cost + "|" +
-           i.salesTaxCode;
-}
-
 std::string ShowNamed(const ItemTable& table, const std::string& fullName) {
     for (const ItemRec& item : table.items)
-        if (item.fullName == fullName) return Show(item);
+        if (item.fullName == fullName) return test::ShowItem(item);
     return "missing " + fullName;
 }
 
@@ -85,7 +78,7 @@ TEST(ItemsTest, LayoutsQuickBooksAndEditorsWrite) {
         EXPECT_TRUE(t.prompter.shown.empty());
         ASSERT_EQ(t.app.items.count(), c.count);
         if (c.count == 0) continue;
-        EXPECT_EQ(Show(t.app.items.items[0]), c.first);
+        EXPECT_EQ(test::ShowItem(t.app.items.items[0]), c.first);
     }
 }
 

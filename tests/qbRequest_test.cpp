@@ -96,41 +96,33 @@ TEST_F(QbRequestTest, TheFirstFailureStopsTheWalkAndIsTracedAndReported) {
 }
 
 TEST_F(QbRequestTest, SuccessKeepsTheTransactionAndCollectsItsLinesWithoutTraces) {
-    const struct {
-        const char* rs;
-        const char* ret;
-        const char* line;
-        const char* group;
-        View QbState::*kept;
-    } kinds[] = {
-        {"InvoiceModRs", "InvoiceRet", "InvoiceLineRet", "InvoiceLineGroupRet",
-         &QbState::invoiceRet},
-        {"EstimateModRs", "EstimateRet", "EstimateLineRet", "EstimateLineGroupRet",
-         &QbState::estimateRet},
-        {"SalesOrderModRs", "SalesOrderRet", "SalesOrderLineRet", "SalesOrderLineGroupRet",
-         &QbState::salesOrderRet},
-        {"SalesReceiptModRs", "SalesReceiptRet", "SalesReceiptLineRet", "SalesReceiptLineGroupRet",
-         &QbState::salesReceiptRet},
+    const std::pair<std::string, View QbState::*> kinds[] = {
+        {"Invoice", &QbState::invoiceRet},
+        {"Estimate", &QbState::estimateRet},
+        {"SalesOrder", &QbState::salesOrderRet},
+        {"SalesReceipt", &QbState::salesReceiptRet},
     };
-    for (const auto& k : kinds) {
-        const std::string line = k.line, group = k.group;
+    for (const auto& [kind, kept] : kinds) {
+        const std::string ret = kind + "Ret", line = kind + "LineRet",
+                          group = kind + "LineGroupRet";
         const std::string body =
-            std::string("<") + k.ret + "><TxnID>X-1</TxnID><EditSequence>99</EditSequence>" +
-            "<CustomerRef><ListID>C-7</ListID></CustomerRef><Memo>m</Memo>" + "<" + line +
-            "><TxnLineID>L1</TxnLineID></" + line + "><" + group + "><TxnLineID>G1</TxnLineID></" +
-            group + "><" + line + "><TxnLineID>L3</TxnLineID></" + line + "></" + k.ret + ">";
+            "<" + ret +
+            "><TxnID>X-1</TxnID><EditSequence>99</EditSequence><CustomerRef><ListID>C-7" +
+            "</ListID></CustomerRef><Memo>m</Memo><" + line + "><TxnLineID>L1</TxnLineID></" +
+            line + "><" + group + "><TxnLineID>G1</TxnLineID></" + group + "><" + line +
+            "><TxnLineID>L3</TxnLineID></" + line + "></" + ret + ">";
         Requests(1);
-        t.transport().Queue(QbxmlAnswer({OkRs(k.rs, body)}));
+        t.transport().Queue(QbxmlAnswer({OkRs(kind + "ModRs", body)}));
         DoRequestOptions o;
         o.callerLabel = "Mod";
         o.collectLines = true;
         DoRequestResult r = DoRequest(t.app, o);
-        ASSERT_TRUE(r.ok) << k.rs;
+        ASSERT_TRUE(r.ok) << kind;
         EXPECT_EQ(r.editSequence, "99");
         EXPECT_EQ(r.customerListID, "C-7");
         EXPECT_EQ(t.app.qb.lastTxnID, "X-1");
-        EXPECT_EQ((t.app.qb.*k.kept).Name(), k.ret);
-        ASSERT_EQ(r.lines.size(), 3u) << k.rs;
+        EXPECT_EQ((t.app.qb.*kept).Name(), ret);
+        ASSERT_EQ(r.lines.size(), 3u) << kind;
         EXPECT_EQ(r.lines[0].GetValue("TxnLineID"), "L1");
         EXPECT_EQ(r.lines[1].Name(), group);
         EXPECT_EQ(r.lines[2].GetValue("TxnLineID"), "L3");
@@ -191,17 +183,12 @@ TEST_F(QbRequestTest, ATransportFailureGoesToTheErrorHandler) {
     // The session is given up, so the next use connects again.
     EXPECT_FALSE(t.app.qb.sessionOpen);
     EXPECT_FALSE(t.transport().connected);
+    const std::size_t calls = t.transport().calls.size();
+    EXPECT_FALSE(Send().ok) << "without a session nothing is sent";
+    EXPECT_EQ(t.transport().calls.size(), calls);
+    EXPECT_NE(t.Prompts().find("qb Do Request Err=0x80040201 "), std::string::npos);
     ASSERT_TRUE(QBOpen(t.app));
     EXPECT_EQ(t.transport().Count("OpenConnection"), 2);
-}
-
-TEST(QbRequest, WithoutASessionNothingIsSent) {
-    test::QbTestApp t;
-    DoRequestOptions o;
-    o.callerLabel = "Invoice Mod";
-    EXPECT_FALSE(DoRequest(t.app, o).ok);
-    EXPECT_TRUE(t.transport().calls.empty());
-    EXPECT_NE(t.Prompts().find("qb Do Request Err=0x80040201 "), std::string::npos);
 }
 
 TEST(QbRequest, SetFieldValueCutsConvertsAndClears) {

@@ -61,10 +61,7 @@ TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
     EXPECT_EQ(t.app.qb.companyFileName, tr.companyFile);
     EXPECT_EQ(t.app.qb.company.name, "Sample Co");
     EXPECT_EQ(t.app.qb.hostProductName, "QuickBooks Pro 2014");
-    EXPECT_TRUE(t.Traced("QB Open, FFN=" + tr.companyFile));
     EXPECT_TRUE(t.Traced("QB Open Host Product Name is QuickBooks Pro 2014 V24.0"));
-    EXPECT_TRUE(t.Traced("Opening company Sample Co"));
-    EXPECT_TRUE(t.Traced("QB Open Support LineDE True"));
 
     const std::size_t calls = tr.calls.size();
     EXPECT_TRUE(QBOpen(t.app));
@@ -84,20 +81,32 @@ TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
     EXPECT_FALSE(tr.connected);
 }
 
-TEST(QbSession, ATransportFailureIsReportedAndLeavesTheSessionClosed) {
+// A failed call, or a host answer that cannot be read (0x80040202), is reported once and leaves
+// the session closed; the next use tries again.
+TEST(QbSession, AFailedOpenIsReportedAndLeavesTheSessionClosed) {
     struct Case {
-        const char* method;
+        const char* method;  // "" for the custom-field definition query, call 6
         uint32_t hresult;
+        const char* answer;  // the host query's answer in place of a failed call
     } cases[] = {
-        {"OpenConnection", 0x80040408},
-        {"BeginSession", 0x80040416},
-        {"ProcessRequest", 0x800706BA},  // the host query
-        {"", 0x800706BE},                // call 6: the custom-field definition query
+        {"OpenConnection", 0x80040408, nullptr},
+        {"BeginSession", 0x80040416, nullptr},
+        {"ProcessRequest", 0x800706BA, nullptr},  // the host query
+        {"", 0x800706BE, nullptr},
+        {"ProcessRequest", 0x80040202, "this is not XML"},
+        {"ProcessRequest", 0x80040202,
+         "<?xml version=\"1.0\" ?><QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\""},
+        {"ProcessRequest", 0x80040202, "<QBXML><QBXMLMsgsRs></QBXMLMsgsRs></QBXML>"},
+        {"ProcessRequest", 0x80040202,
+         "<QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\" statusSeverity=\"Info\">"
+         "<HostRet><ProductName>QB</ProductName></HostRet></HostQueryRs></QBXMLMsgsRs></QBXML>"},
     };
     for (const Case& c : cases) {
         QbTestApp t;
         auto& tr = t.transport();
-        if (*c.method) {
+        if (c.answer) {
+            tr.Queue(c.answer);
+        } else if (*c.method) {
             tr.FailNext(c.method, c.hresult);
         } else {
             tr.FailCall(6, c.hresult);
@@ -105,45 +114,23 @@ TEST(QbSession, ATransportFailureIsReportedAndLeavesTheSessionClosed) {
         // QBInit stops at the failed open: one prompt, not one per list.
         EXPECT_FALSE(std::string(c.method) == "OpenConnection" ? QBInit(t.app) : QBOpen(t.app));
         EXPECT_EQ(t.prompter.shown.size(), 1u) << c.method;
-        EXPECT_FALSE(t.app.qb.sessionOpen);
-        EXPECT_FALSE(tr.connected) << c.method;
-        EXPECT_FALSE(tr.inSession) << c.method;
+        EXPECT_FALSE(t.app.qb.sessionOpen || tr.connected || tr.inSession) << c.method;
         const std::string prompts = t.Prompts();
         const std::string method = *c.method ? c.method : "ProcessRequest";
-        EXPECT_NE(
-            prompts.find("QB Open Err=" + ErrNumberText(c.hresult) + " " + method + " failed: "),
-            std::string::npos)
+        EXPECT_NE(prompts.find("QB Open Err=" + ErrNumberText(c.hresult) +
+                               (c.answer ? " " : " " + method + " failed: ")),
+                  std::string::npos)
             << prompts;
         EXPECT_NE(prompts.find(kContinueOrTerminate), std::string::npos);
         EXPECT_TRUE(t.app.closeSteps.empty());
-
         EXPECT_TRUE(QBOpen(t.app)) << "the next use tries again";
-        EXPECT_TRUE(tr.connected);
     }
     // Answering No ends the program with the session closed.
     QbTestApp t;
     t.transport().FailNext("BeginSession", 0x80040418);
     t.prompter.Answer(kAnsNo);
     EXPECT_THROW(QBOpen(t.app), ProgramEnd);
-    EXPECT_FALSE(t.transport().connected);
-    EXPECT_FALSE(t.app.qb.sessionOpen);
-}
-
-TEST(QbSession, AnUnreadableHostAnswerFailsTheOpen) {
-    const char* answers[] = {
-        "this is not XML",
-        "<?xml version=\"1.0\" ?><QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\"",
-        "<QBXML><QBXMLMsgsRs></QBXMLMsgsRs></QBXML>",  // no response at all
-        "<QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\" statusSeverity=\"Info\">"
-        "<HostRet><ProductName>QB</ProductName></HostRet></HostQueryRs></QBXMLMsgsRs></QBXML>",
-    };
-    for (const char* answer : answers) {
-        QbTestApp t;
-        t.transport().Queue(answer);
-        EXPECT_FALSE(QBOpen(t.app)) << answer;
-        EXPECT_FALSE(t.transport().connected);
-        EXPECT_NE(t.Prompts().find("QB Open Err=0x80040202 "), std::string::npos) << t.Prompts();
-    }
+    EXPECT_FALSE(t.transport().connected || t.app.qb.sessionOpen);
 }
 
 TEST(QbSession, ReadsTheCustomFieldDefinitionsAndOpensWithoutThem) {
@@ -193,14 +180,6 @@ TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
         t.dir.Write("Items.iif",
                     "!INVITEM\tNAME\tINVITEMTYPE\tDESC\tPRICE\r\n"
                     "INVITEM\tFrom IIF\tSERV\tfrom the file\t1.00\r\n");
-        t.company().Script("CustomerQueryRq",
-                           OkRs("CustomerQueryRs",
-                                "<CustomerRet><ListID>80-1</ListID><EditSequence>7</EditSequence>"
-                                "<Name>Acme</Name><FullName>Acme</FullName></CustomerRet>"));
-        t.company().Script("TemplateQueryRq",
-                           OkRs("TemplateQueryRs",
-                                "<TemplateRet><ListID>T-1</ListID><Name>Intuit Product Invoice"
-                                "</Name><TemplateType>Invoice</TemplateType></TemplateRet>"));
         t.company().Script("ItemQueryRq",
                            OkRs("ItemQueryRs",
                                 "<ItemServiceRet><ListID>I-1</ListID><Name>Labor</Name>"
@@ -220,12 +199,10 @@ TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
             return std::find(answered.begin(), answered.end(), rq) != answered.end();
         };
         EXPECT_EQ(sent("CustomerQueryRq"), c.customers) << c.name;
-        EXPECT_EQ(t.app.qb.customers.size(), c.customers ? 1u : 0u) << c.name;
+        EXPECT_TRUE(sent("TemplateQueryRq"));
         EXPECT_TRUE(t.Traced(c.customers ? "QB Init Getting All Customers "
                                          : "QB Init Bypassed Query Customers "))
             << c.name;
-        ASSERT_EQ(t.app.qb.templates.size(), 1u);
-        EXPECT_EQ(t.app.qb.templates[0].name, "Intuit Product Invoice");
         EXPECT_EQ(sent("ItemQueryRq"), c.items) << c.name;
         const bool iif = std::string(c.checkBox) == "chkUseItemsIIF";
         EXPECT_EQ(FindItem(t.app, "labor") != nullptr, c.items) << c.name;

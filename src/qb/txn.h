@@ -122,21 +122,6 @@ struct TxnLineField {
 };
 std::span<const TxnLineField> TxnLineFields();
 
-// A field (or aggregate) that the kind's query returns on a line or line group and that the
-// kind's line modify cannot carry, so that a re-created line comes back without it unless
-// QuickBooks derives it again. `derived` says QuickBooks computes it from what the modify does
-// carry (the item group's description, a line's taxability from its tax code); the others would
-// be lost by a write-back. Read from Intuit's 13.0 reference: the ...LineRet and ...LineGroupRet
-// aggregates against ...LineMod and ...LineGroupMod.
-struct UncarriedField {
-    TxnKind kind;
-    bool group;        // on the line group rather than on a line
-    const char* path;  // below the line or group: "CreditCardTxnInfo"
-    bool derived;
-};
-// The uncarried fields of the kind, lines first; empty for a kind without a modify.
-std::vector<UncarriedField> UncarriedLineFields(TxnKind kind);
-
 // The header of one returned transaction. Totals are absent where the kind has none (invoices
 // have no TotalAmount; only invoices have BalanceRemaining).
 struct TxnHeader {

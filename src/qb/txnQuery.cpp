@@ -79,24 +79,6 @@ const TxnLineField kLineFields[] = {
     {nullptr, "TotalAmount", &TxnLine::totalAmount, true},
 };
 
-// What the query returns that the line modify cannot carry (13.0 reference). A group's
-// description, total and print flag come from the item group and its lines; ServiceDate is
-// returned on invoice and sales receipt groups only. IsTaxable follows the SalesTaxCodeRef the
-// modify carries. Invoiced is the sales order line's invoiced quantity, kept by QuickBooks from
-// the invoices made from it (a re-created line starts at none). A sales receipt line's
-// CreditCardTxnInfo (7.0) records a card charge of that line and cannot be written back at all.
-const UncarriedField kUncarried[] = {
-    {TxnKind::Invoice, false, "IsTaxable", true},
-    {TxnKind::SalesReceipt, false, "IsTaxable", true},
-    {TxnKind::SalesOrder, false, "Invoiced", false},
-    {TxnKind::SalesReceipt, false, "CreditCardTxnInfo", false},
-    {TxnKind::None, true, "Desc", true},
-    {TxnKind::None, true, "IsPrintItemsInGroup", true},
-    {TxnKind::None, true, "TotalAmount", true},
-    {TxnKind::Invoice, true, "ServiceDate", false},
-    {TxnKind::SalesReceipt, true, "ServiceDate", false},
-};
-
 struct HeaderField {
     const char* path;
     std::string TxnHeader::*member;
@@ -335,18 +317,6 @@ std::string RunLineID(TxnKind kind, const std::string& txnLineID) {
 
 std::span<const TxnLineField> TxnLineFields() {
     return kLineFields;
-}
-
-std::vector<UncarriedField> UncarriedLineFields(TxnKind kind) {
-    std::vector<UncarriedField> out;
-    if (!KindInfo(kind).modRq) return out;
-    // TxnKind::None in the table stands for every kind.
-    for (const UncarriedField& f : kUncarried) {
-        if (f.kind == kind || f.kind == TxnKind::None)
-            out.push_back({kind, f.group, f.path, f.derived});
-    }
-    std::stable_partition(out.begin(), out.end(), [](const UncarriedField& f) { return !f.group; });
-    return out;
 }
 
 std::string QbxmlDate(std::string_view text) {

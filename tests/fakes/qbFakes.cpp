@@ -5,8 +5,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
 
+#include <gtest/gtest.h>
+
+#include "qb/qbCommon.h"
 #include "qb/qbxmlResponse.h"
 
 namespace pelmark::test {
@@ -217,6 +221,35 @@ std::string QbTestApp::Prompts() const {
     std::string out;
     for (const auto& shown : prompter.shown) out += shown.text + "\n----\n";
     return out;
+}
+
+std::string QbTestApp::TakeTranscript() {
+    std::string out;
+    for (const std::string& rq : RequestsFrom(transcribed_)) out += "--- request\n" + rq;
+    transcribed_ = transport_.requests.size();
+    for (const auto& s : prompter.shown)
+        out += "--- prompt " + s.title + " " + std::to_string(s.style) + "\n" + s.text + "\n";
+    if (!app.qb.storedErrorText.empty()) out += "--- stored\n" + app.qb.storedErrorText + "\n";
+    prompter.shown.clear();
+    app.qb.storedErrorText.clear();
+    return out;
+}
+
+std::string ShowItem(const ItemRec& i) {
+    return i.name + "|" + i.fullName + "|" + std::to_string(i.depth) + "|" +
+           std::to_string(i.kind) + "|" + i.desc + "|" + i.price + "|" + i.cost + "|" +
+           i.salesTaxCode;
+}
+
+void ExpectRecorded(const std::string& name, const std::string& text) {
+    const std::string path = std::string(PELMARK_SOURCE_DIR) + "/tests/data/qb/" + name + ".txt";
+    if (std::getenv("PELMARK_RECORD")) {
+        std::ofstream(path, std::ios::binary) << text;
+        return;
+    }
+    std::ifstream in(path, std::ios::binary);
+    const std::string recorded((std::istreambuf_iterator<char>(in)), {});
+    EXPECT_EQ(text, recorded) << path;
 }
 
 // ---- Validator ----------------------------------------------------------------------------

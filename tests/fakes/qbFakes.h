@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "app/items.h"
 #include "fakes/fakes.h"
 #include "qb/transport.h"
 
@@ -111,11 +112,22 @@ struct QbTestApp : TestApp {
     bool Traced(const std::string& text) const;
     // The texts of the prompts shown so far, joined.
     std::string Prompts() const;
+    // The requests sent and the prompts shown since the last call, and the stored error text, as
+    // text for ExpectRecorded; the prompts and the error text are cleared.
+    std::string TakeTranscript();
 
   private:
     FakeQuickBooks company_;
     ScriptedQbTransport transport_;
+    std::size_t transcribed_ = 0;
 };
+
+// An item in one line: own name|full name|depth|kind|desc|price|cost|tax code.
+std::string ShowItem(const ItemRec& i);
+
+// Compares `text` with tests/data/qb/NAME.txt, what the program sent and said when the recording
+// was last reviewed; PELMARK_RECORD=1 writes the text instead (review the difference).
+void ExpectRecorded(const std::string& name, const std::string& text);
 
 // Runs shared/tools/qbxml_validate.py over request documents. `skipped` holds the reason when
 // the validator cannot run here (no ../shared, no python3, Windows); `problems` the names of the
