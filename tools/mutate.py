@@ -214,6 +214,10 @@ class Tree:
         os.makedirs(self.src, exist_ok=True)
         for part in TREE_PARTS:
             sync(os.path.join(ROOT, part), os.path.join(self.src, part))
+        # The tests read Intuit's references and real QuickBooks messages from ../shared.
+        shared, link = os.path.join(os.path.dirname(ROOT), "shared"), os.path.join(where, "shared")
+        if os.path.isdir(shared) and not os.path.exists(link):
+            os.symlink(shared, link)
         if not os.path.exists(os.path.join(self.build, "build.ninja")):
             cmd = ["cmake", "-S", self.src, "-B", self.build, "-G", "Ninja",
                    "-DCMAKE_BUILD_TYPE=Release", "-DPELMARK_SANITIZE=OFF"]
