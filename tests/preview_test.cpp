@@ -22,7 +22,14 @@ TEST(SortRun, PreviewShowsTheNewOrderAndWritesOnlyWhenAccepted) {
                 shown.push_back(r.item);
                 EXPECT_EQ(before.at(r.oldPosition - 1), r.item);
             }
-            EXPECT_NE(sort::PreviewTable(rows).find("1    2  Bracket 2in"), std::string::npos);
+            EXPECT_EQ(
+                sort::PreviewTable(rows),
+                R"(  new  old  item                     description                    qty      amount
+    1    2  Bracket 2in              Steel bracket, 2 inch          20       64.00
+    2    4  Freight                  Freight and delivery           1        25.00
+    3    3  Labor                    Assembly on site               2        130.00
+    4    1  Widget                   Standard widget                10       125.00
+)");
             return accept;
         };
         EXPECT_EQ(rig.Go(), accept) << rig.app.run.status;

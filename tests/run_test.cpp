@@ -42,6 +42,12 @@ TEST(SortRun, EachKindIsSortedWrittenBackCheckedAndShownAgain) {
         EXPECT_EQ(rig.DisplayRequests(), 1);
         EXPECT_EQ(sim::ShowDisplayedTransactions(rig.qb, rig.companyPath), 1);
         EXPECT_TRUE(rig.InDebugLog("Round trips to QuickBooks in this run: "));
+        EXPECT_EQ(rig.t.prompter.Texts(), std::vector<std::string>{});  // nothing to tell
+        // The journal holds the levels and every line's custom-field values.
+        const std::string journal = *rig.t.files.ReadAll(rig.app.run.journalPath);
+        EXPECT_NE(journal.find("level=Item Full Name\n"), std::string::npos) << journal;
+        EXPECT_EQ(journal.find("level=\n"), std::string::npos) << journal;
+        EXPECT_EQ(journal.find("|Color|Red") != std::string::npos, c.ref == std::string("E-102"));
     }
 }
 
@@ -78,6 +84,7 @@ TEST(SortRun, CustomFieldsAndWeightsCostAFixedNumberOfRoundTrips) {
                             "Color=Red; Lot=5.52"),
               std::string::npos)
         << fewTable;
+    EXPECT_EQ(few, 8);
     EXPECT_EQ(trips("3002", true).first, few);
     EXPECT_GT(trips("3002", false).first, few + 100);
 
@@ -213,8 +220,9 @@ TEST(SortRun, AModifyThatComesBackDifferentIsReportedLoudly) {
         EXPECT_FALSE(rig.Go());
         ASSERT_FALSE(rig.app.run.checkProblems.empty());
         EXPECT_EQ(rig.app.run.checkProblems[0], c.problem);
-        EXPECT_TRUE(rig.Shown("The transaction in QuickBooks is not what Pelmark sent:"));
-        EXPECT_TRUE(rig.InDebugLog("Check after Mod"));
+        EXPECT_TRUE(
+            rig.Shown("The transaction in QuickBooks is not what Pelmark sent:\n" + c.problem));
+        EXPECT_TRUE(rig.InDebugLog("Check after Mod failed"));
         EXPECT_EQ(rig.DisplayRequests(), 1);  // QuickBooks still shows it again
     }
 }
@@ -315,7 +323,7 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
              item.parent().remove_child(item);
              company.SaveFile(r.companyPath);
          },
-         "holds the item Labor, which QuickBooks does not know"},
+         "Line 3 holds the item Labor, which QuickBooks does not know"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

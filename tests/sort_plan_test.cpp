@@ -166,10 +166,12 @@ TEST(SortWeights, LineWeights) {
     t.Item("Bolt", kItemInventory, "", {{"Color", "x"}, {"NetWt", "1.333"}});
     t.Item("Nut", kItemInventory, "", {{"NetWt", "0.5 lb"}});
     t.Item("Labor", kItemService);
+    t.Item("Washer", kItemInventory, "", {{"NetWt", "about 2"}});  // not a number: 0
     t.rows[t.Add("Bolt")].quantity = "2.5";
     t.rows[t.Add("Labor")].quantity = "3";    // no weight field: 0
     t.rows[t.Add("Unknown")].quantity = "3";  // not in the lists: 0
-    t.Add("", "0", qb::kLineBlank);           // nothing to weigh
+    t.rows[t.Add("Washer")].quantity = "2";
+    t.Add("", "0", qb::kLineBlank);  // nothing to weigh
     const std::size_t g = t.Group("Kit", {"Nut", "Nut"});
     t.rows[g + 1].quantity = "4";
     t.rows[g + 2].quantity = "1";
@@ -182,7 +184,7 @@ TEST(SortWeights, LineWeights) {
     for (const WeightEntry& e : plan.weights) entries.push_back(e.Text());
     EXPECT_EQ(entries,
               (std::vector<std::string>{"T1|L0|LineWt|3.33", "T1|L1|LineWt|0", "T1|L2|LineWt|0",
-                                        "T1|L5|LineWt|2", "T1|L6|LineWt|0.5"}));
+                                        "T1|L3|LineWt|0", "T1|L6|LineWt|2", "T1|L7|LineWt|0.5"}));
     EXPECT_DOUBLE_EQ(plan.weightTotal, 5.83);
     EXPECT_EQ(plan.debugLines.back(), "Fill AR With Line Weights Exit 5.83");
 
