@@ -35,6 +35,7 @@ TEST(SortRun, PreviewShowsTheNewOrderAndWritesOnlyWhenAccepted) {
         EXPECT_EQ(rig.Go(), accept) << rig.app.run.status;
         EXPECT_EQ(shown, (std::vector<std::string>{"Bracket 2in", "Freight", "Labor", "Widget"}));
         EXPECT_EQ(rig.Items(), accept ? shown : before);
+        EXPECT_EQ(rig.InDebugLog("The new order was not written"), !accept);
         int writes = 0;
         for (const std::string& request : rig.transport->requests)
             writes += request.find("ModRq") != std::string::npos &&

@@ -231,7 +231,8 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
     struct Case {
         const char* name;
         std::function<void(SortRig&)> arrange;
-        const char* words;  // in a message box, the status label or the debug log
+        const char* words;     // in a message box, the status label or the debug log
+        bool refused = false;  // stopped by the check of what the lines hold, before any write
     };
     const Case cases[] = {
         {"stop asked while idle", [](SortRig& r) { CmdStop(r.app); }, "Stopped (1)"},
@@ -315,7 +316,7 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
                  .set("2");
              company.SaveFile(r.companyPath);
          },
-         "): Invoiced 2"},
+         "): Invoiced 2", true},
         {"an item QuickBooks no longer knows",
          [](SortRig& r) {
              sim::Company company = r.Company();
@@ -323,7 +324,7 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
              item.parent().remove_child(item);
              company.SaveFile(r.companyPath);
          },
-         "Line 3 holds the item Labor, which QuickBooks does not know"},
+         "Line 3 holds the item Labor, which QuickBooks does not know", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -335,6 +336,10 @@ TEST(SortRun, EveryEarlyEndLeavesTheCompanyUntouched) {
         const bool said =
             rig.Shown(c.words) || rig.app.run.status.find(c.words) == 0 || rig.InDebugLog(c.words);
         EXPECT_TRUE(said) << rig.app.run.status;
+        if (c.refused) {
+            EXPECT_EQ(rig.app.run.status, "Not sorted: nothing was changed");
+            EXPECT_NE(rig.app.run.lastError.find(c.words), std::string::npos);
+        }
         EXPECT_TRUE(rig.Content() == before) << "the transaction changed";
         EXPECT_FALSE(rig.app.run.running);
         if (std::string(c.name) == "window will not close") {
