@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 #include "app/settings.h"
 #include "app/text.h"
@@ -18,10 +16,7 @@ using ui::Control;
 using ui::ControlKind;
 
 std::string SourceFile(const std::string& relative) {
-    std::ifstream in(std::string(PELMARK_SOURCE_DIR) + "/" + relative, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return test::ReadFile(std::string(PELMARK_SOURCE_DIR) + "/" + relative);
 }
 
 // The lines after the version line.
