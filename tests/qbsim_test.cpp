@@ -32,7 +32,7 @@ const fs::path kData = fs::path(PELMARK_SOURCE_DIR) / "tests" / "data" / "qbsim"
 const std::string kSample = std::string(PELMARK_SOURCE_DIR) + "/samples/company.xml";
 
 // A small company with one invoice: two lines, a line group with a line inside it.
-const std::string kSmallCompany = test::ReadFile(kData / "small-company.xml");
+const std::string kSmallCompany = test::FileBytes(kData / "small-company.xml");
 
 std::string MsgSet(const std::string& requests, const std::string& onError = "stopOnError",
                    const std::string& version = "7.0") {
@@ -100,7 +100,7 @@ TEST(QbsimScenarios, AnswerAsRecorded) {
     for (const auto& entry : fs::directory_iterator(kData)) {
         if (entry.path().extension() != ".scenario") continue;
         const std::string name = entry.path().filename().string();
-        std::istringstream in(test::ReadFile(entry.path()));
+        std::istringstream in(test::FileBytes(entry.path()));
         std::vector<std::pair<std::string, std::string>> sections{{"", ""}};
         for (std::string line; std::getline(in, line);) {
             if (line.rfind("--- ", 0) == 0)

@@ -16,7 +16,7 @@ using ui::Control;
 using ui::ControlKind;
 
 std::string SourceFile(const std::string& relative) {
-    return test::ReadFile(std::string(PELMARK_SOURCE_DIR) + "/" + relative);
+    return test::FileBytes(std::string(PELMARK_SOURCE_DIR) + "/" + relative);
 }
 
 // The lines after the version line.

@@ -107,10 +107,10 @@ void TempDir::Write(const std::string& name, const std::string& data) const {
 }
 
 std::string TempDir::Read(const std::string& name) const {
-    return ReadFile(dir_ / name);
+    return FileBytes(dir_ / name);
 }
 
-std::string ReadFile(const std::filesystem::path& path) {
+std::string FileBytes(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream ss;
     ss << in.rdbuf();

@@ -124,7 +124,7 @@ class TempDir {
 };
 
 // A file's bytes ("" when it cannot be read).
-std::string ReadFile(const std::filesystem::path& path);
+std::string FileBytes(const std::filesystem::path& path);
 
 // Text as XML element text or attribute value.
 std::string XmlEscape(const std::string& text);
