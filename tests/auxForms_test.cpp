@@ -161,37 +161,27 @@ TEST(AuxFormsTest, FolderLinksAndWebPagesGoThroughTheLauncher) {
 TEST(AuxFormsTest, SystemInformationFromTheRegistry) {
     const std::string msinfoKey = "SOFTWARE\\Microsoft\\Shared Tools\\MSINFO";
     const std::string locationKey = "SOFTWARE\\Microsoft\\Shared Tools Location";
-    struct Case {
-        const char* name;
-        bool path, location, exeExists;
-        int failOnCall;
-        bool started;  // false: the unavailable message
-    } cases[] = {
-        {"path value", true, true, true, 0, true},
-        {"location with the program", false, true, true, 0, true},
-        {"location without the program", false, true, false, 0, false},
-        {"neither value", false, false, false, 0, false},
-        {"program that does not start", true, false, false, 1, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // tests/data/sysinfo.txt: case|path|location|program there|failing start|started.
+    for (const auto& row : test::DataRows("sysinfo.txt")) {
+        SCOPED_TRACE(row[0]);
+        const bool path = row[1] == "yes", started = row[5] == "yes";
         TestApp t;
         const RegRoot hklm = RegRoot::LocalMachine;
         const std::string tools = t.dir.path() + "Tools";
         // The registry holds Windows paths: the program is the folder + "\MSINFO32.EXE" here
         // too, which off Windows is one file name.
         const std::string exe = tools + "\\MSINFO32.EXE";
-        if (c.path) RegWriteValue(t.registry, hklm, msinfoKey, "PATH", kRegSz, "C:\\MSINFO.EXE");
-        if (c.location)
+        if (path) RegWriteValue(t.registry, hklm, msinfoKey, "PATH", kRegSz, "C:\\MSINFO.EXE");
+        if (row[2] == "yes")
             RegWriteValue(t.registry, hklm, locationKey, "MSINFO", kRegSz, tools + "\\");
         std::filesystem::create_directory(tools);  // used on Windows only
-        if (c.exeExists) t.dir.Write("Tools\\MSINFO32.EXE", "");
-        t.launcher.failOnCall = c.failOnCall;
+        if (row[3] == "yes") t.dir.Write("Tools\\MSINFO32.EXE", "");
+        t.launcher.failOnCall = std::stoi(row[4]);
 
-        EXPECT_EQ(StartSysInfo(t.app), c.started);
-        if (c.started) {
+        EXPECT_EQ(StartSysInfo(t.app), started);
+        if (started) {
             ASSERT_EQ(t.launcher.started.size(), 1u);
-            EXPECT_EQ(t.launcher.started[0].target, c.path ? "C:\\MSINFO.EXE" : exe);
+            EXPECT_EQ(t.launcher.started[0].target, path ? "C:\\MSINFO.EXE" : exe);
             EXPECT_TRUE(t.prompter.shown.empty());
         } else {
             ASSERT_EQ(t.prompter.shown.size(), 1u) << "one message, not a second for the failure";

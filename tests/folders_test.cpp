@@ -43,32 +43,27 @@ TEST(FoldersTest, WindowsVersionAndDeveloperMode) {
 
 // Which folders are built, which is the data folder and which are made, per system.
 TEST(FoldersTest, FoldersPerWindowsVersion) {
-    struct {
-        const char* product;
-        bool withPublic, withEnv;
-        const char* shared;  // under the test's folder
-    } cases[] = {{"Windows 7 Professional", true, true, "Pub/Documents/Corvalt/Pelmark/"},
-                 {"Windows 10 Pro", false, true, "Users/Public/Documents/Corvalt/Pelmark/"},
-                 {"Microsoft Windows XP", false, true, "AllUsers/Documents/Corvalt/Pelmark/"},
-                 {"Windows 7 Professional", false, false, ""}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.shared);
+    // tests/data/folder-layouts.txt: product|Public set|others set|shared folder.
+    for (const auto& row : test::DataRows("folder-layouts.txt")) {
+        const std::string product = row[0], shared = row[3];
+        const bool withPublic = row[1] == "yes", withEnv = row[2] == "yes";
+        SCOPED_TRACE(shared);
         TestApp t;
         t.app.frmMain.Find("txtDebugLevel")->text = "0";  // no log in the default folder
-        bool vista = std::string(c.product) != "Microsoft Windows XP";
-        SetWindows(t, c.product, vista ? "6.1" : "5.1");
+        const bool vista = product != "Microsoft Windows XP";
+        SetWindows(t, product, vista ? "6.1" : "5.1");
         std::string root = t.dir.path();
-        if (c.withEnv) {
+        if (withEnv) {
             t.env.values = {{"ProgramFiles", root + "pf"},
                             {"APPDATA", root + "ad"},
                             {"USERPROFILE", P(root, "Users/bob")},
                             {"ALLUSERSPROFILE", root + "AllUsers"}};
         }
-        if (c.withPublic) t.env.values["Public"] = root + "Pub";
+        if (withPublic) t.env.values["Public"] = root + "Pub";
 
         CommonHouseKeeper(t.app, {root, "pelmark.exe", "", false});
         const Folders& f = t.app.folders;
-        if (!c.withEnv) {
+        if (!withEnv) {
             EXPECT_EQ(f.sharedData + f.product + f.userData, "");
             EXPECT_EQ(f.data, "C:\\Program Files\\Corvalt\\Pelmark\\");
 #ifndef _WIN32
@@ -76,15 +71,15 @@ TEST(FoldersTest, FoldersPerWindowsVersion) {
 #endif
             continue;
         }
-        std::string product = P(root, "pf/Corvalt/Pelmark/");
-        EXPECT_EQ(f.product, product);
-        EXPECT_EQ(f.sharedData, P(root, c.shared));
+        const std::string programFiles = P(root, "pf/Corvalt/Pelmark/");
+        EXPECT_EQ(f.product, programFiles);
+        EXPECT_EQ(f.sharedData, P(root, shared));
         EXPECT_EQ(f.userData, P(root, "ad/Corvalt/Pelmark/"));
-        EXPECT_EQ(f.data, vista ? f.sharedData : product);
+        EXPECT_EQ(f.data, vista ? f.sharedData : programFiles);
         EXPECT_EQ(t.app.settings.path, f.data + "Pelmark.ini");
         for (const std::string& made : {f.data + "Tables", f.sharedData, f.userData})
             EXPECT_TRUE(fs::is_directory(made)) << made;
-        EXPECT_EQ(fs::exists(product), !vista);  // Program Files is left alone from Vista on
+        EXPECT_EQ(fs::exists(programFiles), !vista);  // Program Files is left alone from Vista on
     }
 }
 

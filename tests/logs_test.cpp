@@ -117,7 +117,7 @@ TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
     }
 }
 
-TEST(PromptTest, NoEndsTheProgramThroughTheCloseSteps) {
+TEST(PromptTest, NoAndFatalStopsEndTheProgramThroughTheCloseSteps) {
     TestApp t;
     SetStopOption(t.app, "optStopOnAll");
     int closed = 0;
@@ -138,15 +138,13 @@ TEST(PromptTest, NoEndsTheProgramThroughTheCloseSteps) {
     }
     EXPECT_EQ(closed, 1);
     EXPECT_TRUE(t.Logged("Close All Entered "));
-}
 
-TEST(PromptTest, FatalStopAndDeveloperMode) {
-    TestApp t;
-    int closed = 0;
-    t.app.closeSteps.push_back([&] { ++closed; });
-    EXPECT_THROW(CloseWMsg(t.app, "Pelmark invalid ini record #=3"), ProgramEnd);
-    EXPECT_EQ(t.prompter.shown.at(0).style, kMbCritical);
-    EXPECT_EQ(closed, 1);
+    // A fatal stop (close steps run once in a program), then developer mode.
+    TestApp fatal;
+    fatal.app.closeSteps.push_back([&] { ++closed; });
+    EXPECT_THROW(CloseWMsg(fatal.app, "Pelmark invalid ini record #=3"), ProgramEnd);
+    EXPECT_EQ(fatal.prompter.shown.at(0).style, kMbCritical);
+    EXPECT_EQ(closed, 2);
 
     TestApp dev;
     dev.app.common.developerMode = true;
@@ -156,13 +154,11 @@ TEST(PromptTest, FatalStopAndDeveloperMode) {
     } catch (const ProgramEnd& end) {
         EXPECT_FALSE(end.closed);
     }
-    EXPECT_EQ(closed, 1) << "developer mode stops without the close steps";
+    EXPECT_EQ(closed, 2) << "developer mode stops without the close steps";
 
     // In developer mode a log text whose first field begins with "=" is a caller's mistake.
-    TestApp dev2;
-    dev2.app.common.developerMode = true;
-    EXPECT_THROW(DoErrors(dev2.app, "p", kMbOKOnly, "INFO\t=oops"), ProgramEnd);
-    EXPECT_EQ(dev2.prompter.shown.at(0).title, "Pgm Error Pelmark");
+    EXPECT_THROW(DoErrors(dev.app, "p", kMbOKOnly, "INFO\t=oops"), ProgramEnd);
+    EXPECT_EQ(dev.prompter.shown.back().title, "Pgm Error Pelmark");
 }
 
 // tests/data/numbers.txt: function|text|value.

@@ -84,33 +84,29 @@ TEST(ScreenTitleTest, TellsDatesAsTheScreenShowsThem) {
         EXPECT_EQ(IsScreenDate(row[0]), row[1] == "yes") << row[0];
 }
 
-struct TitleRow {
-    std::string title, company, edition, year;
-    bool served = false;
-};
-
 // Every title format through the screen read, with a browser window named after the company in
 // front of QuickBooks and a window of another class carrying a QuickBooks title: the MauiFrame
 // window is the one found, its year picks the field key, and the keys go to it alone.
 TEST_F(ScreenTrnsTest, FindsQuickBooksByClassAndTitleInEveryFormat) {
     // tests/data/qb-titles.txt: title|company|edition|year|served.
-    const auto rows = test::DataRows("qb-titles.txt");
     const std::pair<TrnsKind, HeaderValues> kinds[] = {{TrnsKind::Invoice, kInvoice},
                                                        {TrnsKind::Estimate, kEstimate},
                                                        {TrnsKind::SalesOrder, kSalesOrder},
                                                        {TrnsKind::SalesReceipt, kSalesReceipt}};
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const TitleRow r{rows[i].at(0), rows[i].at(1), rows[i].at(2), rows[i].at(3),
-                         rows[i].at(4) == "yes"};
+    size_t i = 0;
+    for (const auto& row : test::DataRows("qb-titles.txt")) {
+        const struct {
+            std::string title, company, edition, year;
+            bool served;
+        } r{row.at(0), row.at(1), row.at(2), row.at(3), row.at(4) == "yes"};
         SCOPED_TRACE(r.title);
-        QbTitle parsed = ParseQbTitle(r.title);
-        EXPECT_EQ(parsed.company.value_or("-"), r.company);
-        EXPECT_EQ(parsed.edition, r.edition);
-        EXPECT_EQ(parsed.year, r.year);
+        const QbTitle parsed = ParseQbTitle(r.title);
+        EXPECT_EQ(parsed.company.value_or("-") + "|" + parsed.edition + "|" + parsed.year,
+                  r.company + "|" + r.edition + "|" + r.year);
         EXPECT_EQ(IsQbMainTitle(r.title), r.served);
         if (r.title.find(" - [") != std::string::npos) continue;  // maximized: its own test
 
-        const auto& [kind, values] = kinds[i % 4];
+        const auto& [kind, values] = kinds[i++ % 4];
         t.app.screen = {};
         t.prompter.shown.clear();
         SimScenario sc;
@@ -129,12 +125,10 @@ TEST_F(ScreenTrnsTest, FindsQuickBooksByClassAndTitleInEveryFormat) {
         }
         EXPECT_EQ(got, values.number);
         EXPECT_EQ(s.qbMainWnd, d.MainWindow());
-        EXPECT_EQ(s.qbYear, r.year);
-        EXPECT_EQ(s.qbEdition, r.edition);
-        EXPECT_EQ(s.qbWindowKey, r.company);
+        EXPECT_EQ(s.qbWindowKey + "|" + s.qbEdition + "|" + s.qbYear,
+                  r.company + "|" + r.edition + "|" + r.year);
         EXPECT_EQ(s.chosenKind, kind);
-        EXPECT_EQ(s.templateName, values.templateName);
-        EXPECT_EQ(s.trnsDate, values.date);
+        EXPECT_EQ(s.templateName + "|" + s.trnsDate, values.templateName + "|" + values.date);
         EXPECT_EQ(Count(r.year == "1999" ? "%c" : "%j"), 1);
         EXPECT_EQ(Count("^c"), 7);
         EXPECT_TRUE(d.lostKeys.empty());
@@ -250,32 +244,17 @@ TEST_F(ScreenTrnsTest, MessageModeReadsTheFieldEditorAndSendsOnlyNavigation) {
     EXPECT_TRUE(t.Logged("Header read in clipboard mode"));
 }
 
-TEST_F(ScreenTrnsTest, CancelAfterAFailedCopyStopsTheRead) {
-    Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice)});
-    desktop->failFrom = 3;  // the field keys and the first copy get through
-    t.prompter.Answer(kAnsCancel);
-    EXPECT_EQ(GetTrnsNo(t.app), "");
-    ASSERT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_EQ(t.prompter.shown[0].style, kMbOKCancel);
-    EXPECT_EQ(Count("^c"), 1);
-    EXPECT_EQ(Count("{TAB}"), 1);
-}
-
 TEST_F(ScreenTrnsTest, SendKeysEscapedByMode) {
     Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice)});
-    struct Case {
-        const char* keys;
-        bool sentInMessageMode;
-    } cases[] = {{"+{TAB}", true}, {"{DOWN}", true},     {"%a", true},
-                 {"^c", false},    {"(^{HOME})", false}, {"+{END}", false}};
     for (bool messageMode : {false, true}) {
         t.app.screen.messageMode = messageMode;
-        for (const Case& c : cases) {
+        // tests/data/sendkeys-modes.txt: keys|sent in message mode.
+        for (const auto& row : test::DataRows("sendkeys-modes.txt")) {
             desktop->keysSent.clear();
-            EXPECT_TRUE(SendKeysEscaped(t.app, c.keys, false));
-            bool sent = desktop->keysSent == std::vector<std::string>{c.keys};
-            EXPECT_EQ(sent, !messageMode || c.sentInMessageMode)
-                << c.keys << (messageMode ? " in message mode" : "");
+            EXPECT_TRUE(SendKeysEscaped(t.app, row[0], false));
+            EXPECT_EQ(desktop->keysSent == std::vector<std::string>{row[0]},
+                      !messageMode || row[1] == "yes")
+                << row[0] << (messageMode ? " in message mode" : "");
         }
         // Plain text goes one character at a time, notation characters escaped.
         desktop->keysSent.clear();
@@ -292,7 +271,9 @@ TEST_F(ScreenTrnsTest, SendKeysEscapedByMode) {
     EXPECT_EQ(t.clock.sleeps, (std::vector<int>{25, 25}));
 }
 
-TEST_F(ScreenTrnsTest, ClipboardIsTrimmedAndReadDirectlyOnlyFromTheEditWindow) {
+// The clipboard is trimmed and read directly only from the edit window; Cancel after a failed
+// copy stops the read.
+TEST_F(ScreenTrnsTest, ClipboardReadsAndAFailedCopy) {
     SimDesktop& d = Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice)});
     d.SetClipboardText("  copied  ");
     EXPECT_EQ(ClipBoardGetText(t.app, true), "copied");
@@ -301,6 +282,16 @@ TEST_F(ScreenTrnsTest, ClipboardIsTrimmedAndReadDirectlyOnlyFromTheEditWindow) {
     ASSERT_TRUE(d.Activate(d.MainWindow()));
     ASSERT_TRUE(SendKeysEscaped(t.app, "%j{TAB 4}", true));
     EXPECT_EQ(ClipBoardGetText(t.app, false, true), "1001");
+
+    t.app.screen = {};
+    Open({MakeTrnsWindow(TrnsKind::Invoice, kInvoice)});
+    desktop->failFrom = 3;  // the field keys and the first copy get through
+    t.prompter.Answer(kAnsCancel);
+    EXPECT_EQ(GetTrnsNo(t.app), "");
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    EXPECT_EQ(t.prompter.shown[0].style, kMbOKCancel);
+    EXPECT_EQ(Count("^c"), 1);
+    EXPECT_EQ(Count("{TAB}"), 1);
 }
 
 // ---- QuickBooks changing under the run ------------------------------------------------------

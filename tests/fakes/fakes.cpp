@@ -107,7 +107,11 @@ void TempDir::Write(const std::string& name, const std::string& data) const {
 }
 
 std::string TempDir::Read(const std::string& name) const {
-    std::ifstream in(dir_ / name, std::ios::binary);
+    return FileBytes(dir_ / name);
+}
+
+std::string FileBytes(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
     std::ostringstream ss;
     ss << in.rdbuf();
     return ss.str();

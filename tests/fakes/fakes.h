@@ -123,6 +123,9 @@ class TempDir {
     std::filesystem::path dir_;
 };
 
+// A file's bytes ("" when it cannot be read).
+std::string FileBytes(const std::filesystem::path& path);
+
 // Text as XML element text or attribute value.
 std::string XmlEscape(const std::string& text);
 

@@ -16,7 +16,7 @@ qb::TransportResult TamperingTransport::ProcessRequest(const std::string& ticket
     const std::string sent = edit ? edit(request) : request;
     requests.push_back(sent);
     if (stopAt > 0 && static_cast<int>(requests.size()) >= stopAt) throw Stopped{};
-    return inner_.ProcessRequest(ticket, sent, response);
+    return SimTransport::ProcessRequest(ticket, sent, response);
 }
 
 SortRig::SortRig(const std::string& ref, const std::string& kind, const std::string& company)
@@ -24,7 +24,7 @@ SortRig::SortRig(const std::string& ref, const std::string& kind, const std::str
     std::filesystem::copy_file(company, companyPath);
     std::filesystem::copy_file(kSampleSettings, t.dir.File("Pelmark.ini"));
     Open(ref, kind);
-    transport = std::make_unique<TamperingTransport>(*qb.transport);
+    transport = std::make_unique<TamperingTransport>(companyPath);
     app.sys.qbTransport = transport.get();
     LoadMainForm(app);
     Set("txtDebugLevel", "5");

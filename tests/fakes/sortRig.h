@@ -14,34 +14,16 @@ namespace pelmark::test {
 inline const std::string kSampleCompany = std::string(PELMARK_SOURCE_DIR) + "/samples/company.xml";
 inline const std::string kSampleSettings = std::string(PELMARK_SOURCE_DIR) + "/samples/Pelmark.ini";
 
-// Passes every call to qbsim; `edit` may change a request before it goes.
-class TamperingTransport : public qb::QbTransport {
+// qbsim over the rig's company file; `edit` may change a request before it goes.
+class TamperingTransport : public sim::SimTransport {
   public:
-    explicit TamperingTransport(qb::QbTransport& inner) : inner_(inner) {}
-    qb::TransportResult OpenConnection(const std::string& id, const std::string& name) override {
-        return inner_.OpenConnection(id, name);
-    }
-    qb::TransportResult BeginSession(const std::string& file, int mode,
-                                     std::string* ticket) override {
-        return inner_.BeginSession(file, mode, ticket);
-    }
+    using SimTransport::SimTransport;
     qb::TransportResult ProcessRequest(const std::string& ticket, const std::string& request,
                                        std::string* response) override;
-    qb::TransportResult GetCurrentCompanyFileName(const std::string& ticket,
-                                                  std::string* file) override {
-        return inner_.GetCurrentCompanyFileName(ticket, file);
-    }
-    qb::TransportResult EndSession(const std::string& ticket) override {
-        return inner_.EndSession(ticket);
-    }
-    qb::TransportResult CloseConnection() override { return inner_.CloseConnection(); }
 
     std::function<std::string(const std::string&)> edit;
     int stopAt = 0;  // the request at which the program is stopped (Stopped is thrown); 0 never
     std::vector<std::string> requests;
-
-  private:
-    qb::QbTransport& inner_;
 };
 
 // Thrown by the transport at its stopAt request: the process ended there.
