@@ -135,6 +135,8 @@ TEST_F(QbListsTest, ATransportFailureInAListQueryIsReported) {
     EXPECT_NE(t.Prompts().find("Template Query Sub Err=0x80040202 "), std::string::npos);
 }
 
+// The three lists as read (tests/data/qb/lists.txt); a second customer query replaces the list,
+// and one that finds nothing (the default answer) says so.
 TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
     t.company().Script(
         "CustomerQueryRq",
@@ -143,43 +145,31 @@ TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
              "<FullName>Acme</FullName><IsActive>true</IsActive></CustomerRet>"
              "<CustomerRet><ListID>C-2</ListID><EditSequence>4</EditSequence><Name>Job 1</Name>"
              "<FullName>Acme:Job 1</FullName><IsActive>false</IsActive></CustomerRet>"));
-    ASSERT_TRUE(CustomerQuerySub(t.app));
-    const auto& customers = t.app.qb.customers;
-    ASSERT_EQ(customers.size(), 2u);
-    EXPECT_EQ(customers[1].fullName, "Acme:Job 1");
-    EXPECT_EQ(customers[1].name, "Job 1");
-    EXPECT_FALSE(customers[1].isActive);
-
-    // A second full query replaces the list; one that finds nothing says so (the default answer).
-    ASSERT_TRUE(CustomerQuerySub(t.app));
-    EXPECT_TRUE(customers.empty());
-    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
-
     t.company().Script("SalesTaxCodeQueryRq",
                        OkRs("SalesTaxCodeQueryRs",
                             "<SalesTaxCodeRet><ListID>S-1</ListID><EditSequence>2</EditSequence>"
-                            "<Name>Non</Name><IsActive>true</IsActive><IsTaxable>false"
+                            "<Name>Non</Name><IsActive>false</IsActive><IsTaxable>false"
                             "</IsTaxable><Desc>Non-Taxable Sales</Desc></SalesTaxCodeRet>"));
-    ASSERT_TRUE(SalesTaxCodeQuerySub(t.app));
-    ASSERT_EQ(t.app.qb.salesTaxCodes.size(), 1u);
-    EXPECT_EQ(t.app.qb.salesTaxCodes[0].desc, "Non-Taxable Sales");
-
     t.company().Script("TemplateQueryRq",
                        OkRs("TemplateQueryRs",
                             "<TemplateRet><ListID>T-1</ListID><Name>Custom Estimate</Name>"
-                            "<TemplateType>Estimate</TemplateType></TemplateRet>"));
-    ASSERT_TRUE(TemplateQuerySub(t.app));
-    ASSERT_EQ(t.app.qb.templates.size(), 1u);
-    EXPECT_EQ(t.app.qb.templates[0].templateType, "Estimate");
-}
-
-TEST(QbLists, TemplatesAreNotAskedForBeforeQbxml30) {
-    test::QbTestApp t;
-    t.company().versions = {"1.0", "2.0", "2.1"};
-    ASSERT_TRUE(QBOpen(t.app));
-    const std::size_t sent = t.transport().requests.size();
-    EXPECT_TRUE(TemplateQuerySub(t.app));
-    EXPECT_EQ(t.transport().requests.size(), sent);
+                            "<IsActive>false</IsActive><TemplateType>Estimate</TemplateType>"
+                            "</TemplateRet>"));
+    ASSERT_TRUE(CustomerQuerySub(t.app) && SalesTaxCodeQuerySub(t.app) && TemplateQuerySub(t.app));
+    std::string lists;
+    for (const CustomerRec& c : t.app.qb.customers)
+        lists += c.name + "|" + c.fullName + "|" + c.listID + "|" + c.editSequence + "|" +
+                 std::to_string(c.isActive) + "\n";
+    for (const SalesTaxCodeRec& c : t.app.qb.salesTaxCodes)
+        lists += c.name + "|" + c.listID + "|" + c.editSequence + "|" + c.desc + "|" +
+                 std::to_string(c.isActive) + "\n";
+    for (const TemplateRec& c : t.app.qb.templates)
+        lists += c.name + "|" + c.listID + "|" + c.templateType + "|" + std::to_string(c.isActive) +
+                 "\n";
+    ASSERT_TRUE(CustomerQuerySub(t.app));
+    EXPECT_TRUE(t.app.qb.customers.empty());
+    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
+    test::ExpectRecorded("lists", lists);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
         std::vector<std::string> versions;
         const char* version;  // of the request sets
         bool message;         // "does not support Invoice modifications"
-        bool lineFields;      // line custom fields: TxnLineID in DataExt came with 3.0
+        bool from30;          // line custom fields (TxnLineID in DataExt) and templates
     } cases[] = {
         {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false, true},
         {{"1.0", "2.0", "16.0"}, "13.0", false, true},
@@ -44,10 +44,13 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
         EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), c.version);
         EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, c.message) << c.version;
         EXPECT_TRUE(t.Traced(std::string("QB Opening as ") + c.version + "OE="));
-        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.lineFields) << c.version;
+        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.from30) << c.version;
         // The line-field probe is built, never sent, and leaves the default request set empty.
         for (const std::string& rq : sent) EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
         EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
+        const std::size_t before = sent.size();
+        EXPECT_TRUE(TemplateQuerySub(t.app)) << "before 3.0 there is nothing to ask";
+        EXPECT_EQ(sent.size() > before, c.from30) << c.version;
     }
     EXPECT_EQ(ChooseRequestVersion("8"), (std::pair<std::string, std::string>{"8", "0"}));
 }
