@@ -30,15 +30,9 @@ DataExtOptions Red(const std::string& kind = "Invoice") {
     return o;
 }
 
-struct QbDataExtTest : ::testing::Test {
-    test::QbTestApp t;
-    std::size_t sentBefore = 0;
-    void SetUp() override {
-        ASSERT_TRUE(QBOpen(t.app));
-        sentBefore = t.transport().requests.size();
-    }
+struct QbDataExtTest : test::OpenQbTest {
     // The custom-field requests sent since SetUp, in order: "Mod Add".
-    std::string Sent() const {
+    std::string SentOps() const {
         std::string names;
         for (const std::string& rq : t.RequestsFrom(sentBefore)) {
             for (const char* op : {"Add", "Mod", "Del"})
@@ -91,7 +85,7 @@ TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
         DataExtOptions o = Red();
         o.fallBackToMod = c.fallBackToMod;
         EXPECT_EQ(c.add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o), c.ok) << c.name;
-        EXPECT_EQ(Sent(), c.sent) << c.name;
+        EXPECT_EQ(SentOps(), c.sent) << c.name;
         EXPECT_EQ(t.prompter.shown.size(), c.prompts) << c.name << "\n" << t.Prompts();
         if (!c.add && c.ok) {  // the add after a modify that found no value carries the value
             const std::string add = t.transport().requests.back();
@@ -112,7 +106,7 @@ TEST_F(QbDataExtTest, AnEmptyValueWithDeleteWhenEmptySendsOneDelete) {
         o.deleteWhenEmpty = true;
         o.lineID = "1A2D-1234567890";
         EXPECT_TRUE(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o));
-        EXPECT_EQ(Sent(), "Del");
+        EXPECT_EQ(SentOps(), "Del");
         const std::string del = t.transport().requests.back();
         EXPECT_EQ(del.find("DataExtValue"), std::string::npos);
         EXPECT_NE(del.find("<TxnLineID>1A2D-1234567890</TxnLineID>"), std::string::npos);
@@ -141,7 +135,7 @@ TEST_F(QbDataExtTest, ARequestThatCannotBeWrittenIsReportedNotSent) {
     DataExtOptions o = Red();
     o.kind = "Timesheet";  // no such TxnDataExtType: the request lacks a required element
     EXPECT_FALSE(DataExtModTxn(t.app, o));
-    EXPECT_TRUE(Sent().empty());
+    EXPECT_TRUE(SentOps().empty());
     EXPECT_NE(t.Prompts().find("qb Do Request Err=0x80040203 "), std::string::npos);
 }
 

@@ -14,15 +14,7 @@ using test::Rs;
 
 const char* const kNoPermission = "Insufficient permission level to perform this action.";
 
-struct QbListsTest : ::testing::Test {
-    test::QbTestApp t;
-    std::size_t sentBefore = 0;
-    void SetUp() override {
-        ASSERT_TRUE(QBOpen(t.app));
-        sentBefore = t.transport().requests.size();
-    }
-    std::vector<std::string> Sent() const { return t.RequestsFrom(sentBefore); }
-};
+using QbListsTest = test::OpenQbTest;
 
 // One returned item of each kind, as QuickBooks writes them.
 const char* const kEveryKind =

@@ -14,13 +14,7 @@ using test::Rs;
 
 // An open session whose default request set holds `n` display requests; the answers are
 // queued by each test.
-struct QbRequestTest : ::testing::Test {
-    test::QbTestApp t;
-    std::size_t sentBefore = 0;
-    void SetUp() override {
-        ASSERT_TRUE(QBOpen(t.app));
-        sentBefore = t.transport().requests.size();
-    }
+struct QbRequestTest : test::OpenQbTest {
     MsgSetRequest& Requests(int n) {
         MsgSetRequest& set = *RequestSet(t.app);
         set.ClearRequests();

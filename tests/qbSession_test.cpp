@@ -219,9 +219,8 @@ TEST(QbSession, InitTemplateStepUsesVersion17ForNewerOrUnknownHosts) {
         {"16", "16"}, {"28", "17"}, {"", "17"}, {"8", "17"}};  // compared as text
     for (const auto& [major, used] : cases) {
         QbTestApp t;
-        t.company().handlers["HostQueryRq"] = [major = std::string(major)](const std::string&) {
-            return OkRs("HostQueryRs", test::HostRet({"7.0"}, "QuickBooks", major, "0"));
-        };
+        t.company().Script("HostQueryRq",
+                           OkRs("HostQueryRs", test::HostRet({"7.0"}, "QuickBooks", major, "0")));
         ASSERT_TRUE(QBInit(t.app));
         EXPECT_TRUE(t.Traced(std::string("Template Query Sub Entered ") + used)) << major;
     }

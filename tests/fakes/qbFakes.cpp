@@ -167,8 +167,6 @@ std::string FakeQuickBooks::Answer(const std::string& requestText) {
         std::string element;
         if (stopped) {
             element = Rs(rsName, 3231, "Error", "The request has not been processed.", "", id);
-        } else if (auto h = handlers.find(name); h != handlers.end()) {
-            element = WithRequestID(h->second(request.ToXMLString()), id);
         } else if (auto s = script_.find(name); s != script_.end() && !s->second.empty()) {
             element = WithRequestID(std::move(s->second.front()), id);
             s->second.pop_front();

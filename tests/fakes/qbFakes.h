@@ -2,6 +2,8 @@
 // the runner of the project's qbXML validator over the requests they recorded.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -12,6 +14,7 @@
 
 #include "app/items.h"
 #include "fakes/fakes.h"
+#include "qb/qbCommon.h"
 #include "qb/transport.h"
 
 namespace pelmark::test {
@@ -88,8 +91,6 @@ class FakeQuickBooks {
     // The next answer to a request of that name ("ItemQueryRq"): a whole response element
     // (make it with Rs/OkRs; its requestID is set to the request's).
     void Script(const std::string& requestName, std::string responseElement);
-    // Answers to requests of that name whatever the script says, every time.
-    std::map<std::string, std::function<std::string(const std::string& requestXml)>> handlers;
 
     std::string Answer(const std::string& requestText);
     // Request names answered so far, in order ("HostQueryRq", ...).
@@ -120,6 +121,17 @@ struct QbTestApp : TestApp {
     FakeQuickBooks company_;
     ScriptedQbTransport transport_;
     std::size_t transcribed_ = 0;
+};
+
+// A test with a QbTestApp whose session is open; `sentBefore` counts the requests sent so far.
+struct OpenQbTest : ::testing::Test {
+    QbTestApp t;
+    std::size_t sentBefore = 0;
+    void SetUp() override {
+        ASSERT_TRUE(qb::QBOpen(t.app));
+        sentBefore = t.transport().requests.size();
+    }
+    std::vector<std::string> Sent() const { return t.RequestsFrom(sentBefore); }
 };
 
 // An item in one line: own name|full name|depth|kind|desc|price|cost|tax code.
