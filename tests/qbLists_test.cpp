@@ -16,42 +16,12 @@ const char* const kNoPermission = "Insufficient permission level to perform this
 
 using QbListsTest = test::OpenQbTest;
 
-// One returned item of each kind, as QuickBooks writes them.
-const char* const kEveryKind =
-    "<ItemServiceRet><ListID>S-1</ListID><EditSequence>11</EditSequence><Name>Install</Name>"
-    "<FullName>Labor:Install</FullName><SalesTaxCodeRef><FullName>Non</FullName>"
-    "</SalesTaxCodeRef><SalesOrPurchase><Desc>Installation labor</Desc><Price>35.00</Price>"
-    "</SalesOrPurchase><DataExtRet><OwnerID>0</OwnerID><DataExtName>Net Weight</DataExtName>"
-    "<DataExtType>QUANTYPE</DataExtType><DataExtValue>1.5</DataExtValue></DataExtRet>"
-    "</ItemServiceRet>"
-    "<ItemOtherChargeRet><ListID>OC-1</ListID><Name>Freight</Name><FullName>Freight</FullName>"
-    "</ItemOtherChargeRet>"
-    "<ItemInventoryRet><ListID>I-1</ListID><Name>Widget</Name><FullName>Parts:Widget</FullName>"
-    "<SalesDesc>Blue widget</SalesDesc><SalesPrice>9.50</SalesPrice>"
-    "<PurchaseCost>4.00</PurchaseCost><QuantityOnHand>12</QuantityOnHand></ItemInventoryRet>"
-    "<ItemNonInventoryRet><ListID>N-1</ListID><Name>Gift</Name><FullName>Gift</FullName>"
-    "<SalesAndPurchase><SalesDesc>Gift box</SalesDesc><SalesPrice>5.00</SalesPrice>"
-    "<PurchaseDesc>bought</PurchaseDesc><PurchaseCost>2.00</PurchaseCost></SalesAndPurchase>"
-    "</ItemNonInventoryRet>"
-    "<ItemInventoryAssemblyRet><ListID>A-1</ListID><Name>Kit</Name><FullName>Kit</FullName>"
-    "</ItemInventoryAssemblyRet>"
-    "<ItemGroupRet><ListID>G-1</ListID><TimeCreated>2024-01-01T00:00:00</TimeCreated>"
-    "<Name>Bundle</Name><ItemDesc>Bundle of things</ItemDesc></ItemGroupRet>"
-    "<ItemSalesTaxRet><ListID>T-1</ListID><Name>CA Tax</Name><ItemDesc>State</ItemDesc>"
-    "<TaxRate>7.25</TaxRate></ItemSalesTaxRet>"
-    "<ItemSubtotalRet><ListID>ST-1</ListID><Name>Subtotal</Name></ItemSubtotalRet>"
-    "<ItemDiscountRet><ListID>D-1</ListID><Name>Ten</Name><FullName>Discounts:Ten</FullName>"
-    "<DiscountRatePercent>-10.0</DiscountRatePercent></ItemDiscountRet>"
-    "<ItemFutureRet><ListID>F-1</ListID><Name>Future</Name></ItemFutureRet>"
-    "<ItemSalesTaxGroupRet><ListID>TG-1</ListID><Name>Bay Area</Name></ItemSalesTaxGroupRet>"
-    "<ItemFixedAssetRet><ListID>FA-1</ListID><Name>Truck</Name></ItemFixedAssetRet>"
-    "<ItemPaymentRet><ListID>P-1</ListID><Name>Deposit</Name></ItemPaymentRet>";
-
 // Each kind filed by its rules (tests/data/qb/item-kinds.txt: own name, full name, depth, kind,
 // description, price, cost, tax code, ListID, EditSequence, custom fields); the query asks for
 // the custom fields, and a kind the reader does not know is skipped with an error line.
 TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
-    t.company().Script("ItemQueryRq", OkRs("ItemQueryRs", kEveryKind));
+    t.company().Script("ItemQueryRq",
+                       OkRs("ItemQueryRs", test::SourceFile("tests/data/qb/every-item-kind.xml")));
     ASSERT_TRUE(ItemQuerySub(t.app));
     std::string table;
     for (const ItemRec& item : t.app.items.items) {

@@ -2,9 +2,6 @@
 // a scripted QuickBooks, and their conformance to Intuit's qbXML reference.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "app/logs.h"
 #include "app/text.h"
 #include "fakes/qbFakes.h"
@@ -15,33 +12,6 @@ namespace {
 
 const TxnKind kSalesKinds[] = {TxnKind::Invoice, TxnKind::Estimate, TxnKind::SalesOrder,
                                TxnKind::SalesReceipt};
-
-// Item line with every field the line table keeps, blank line, description-only line, and a
-// group of two lines. LINE and GROUP stand for the kind's element names.
-const char* const kMixedLines = R"(
-<LINE><TxnLineID>L1</TxnLineID><ItemRef><ListID>80000001-1</ListID><FullName>Parts:Widget</FullName>
-</ItemRef><Desc>Widget, blue</Desc><Quantity>2.5</Quantity><UnitOfMeasure>Each</UnitOfMeasure>
-<OverrideUOMSetRef><ListID>80000002-1</ListID><FullName>Count</FullName></OverrideUOMSetRef>
-<Rate>12.75</Rate><ClassRef><ListID>80000003-1</ListID><FullName>East</FullName></ClassRef>
-<Amount>31.88</Amount><ServiceDate>2024-03-01</ServiceDate><SalesTaxCodeRef><ListID>80000004-1
-</ListID><FullName>Tax</FullName></SalesTaxCodeRef><MarkupRate>1.5</MarkupRate>
-<OverrideItemAccountRef><ListID>80000005-1</ListID><FullName>Income:Parts</FullName>
-</OverrideItemAccountRef><Invoiced>1</Invoiced><IsManuallyClosed>false</IsManuallyClosed>
-<Other1>o1</Other1><Other2>o2</Other2><PriceLevelRef><FullName>Retail</FullName></PriceLevelRef>
-<InventorySiteRef><FullName>Main</FullName></InventorySiteRef><InventorySiteLocationRef><FullName>Bin 4
-</FullName></InventorySiteLocationRef><SerialNumber>SN-1</SerialNumber>
-<DataExtRet><OwnerID>0</OwnerID><DataExtName>Colour</DataExtName><DataExtValue>Red</DataExtValue>
-</DataExtRet><DataExtRet><DataExtName>SIZE</DataExtName><DataExtValue>L</DataExtValue></DataExtRet>
-</LINE>
-<LINE><TxnLineID>L2</TxnLineID></LINE>
-<LINE><TxnLineID>L3</TxnLineID><Desc>Note</Desc></LINE>
-<GROUP><TxnLineID>G1</TxnLineID><ItemGroupRef><ListID>80000009-1</ListID><FullName>Kit</FullName>
-</ItemGroupRef><Desc>Kit of two</Desc><Quantity>2</Quantity>
-<IsPrintItemsInGroup>true</IsPrintItemsInGroup><TotalAmount>40.00</TotalAmount>
-<LINE><TxnLineID>M1</TxnLineID><ItemRef><FullName>Parts:Bolt</FullName></ItemRef>
-<Quantity>4</Quantity><Rate>5.00</Rate><Amount>20.00</Amount></LINE>
-<LINE><TxnLineID>M2</TxnLineID><ItemRef><FullName>Off</FullName></ItemRef>
-<RatePercent>-10.0</RatePercent><Amount>-2.00</Amount></LINE></GROUP>)";
 
 // A returned transaction of the kind holding `lines` (LINE and GROUP replaced).
 std::string Ret(TxnKind kind, const std::string& lines, const std::string& id = "T1") {
@@ -179,13 +149,10 @@ std::string LineTable(const TxnState& txn) {
 // custom field, and its lines written back as new lines, the blank ones blank and the long text
 // unchanged.
 TEST_F(QbTxnTest, TheRealEstimateIsReadWithEveryFieldAndCustomField) {
-    std::ifstream in(PELMARK_SOURCE_DIR
-                     "/../shared/qbxml/real/"
-                     "EstimateRet_subtotal_pctdiscount_blank_lines_line_and_header_dataext.xml");
-    ASSERT_TRUE(in) << "no ../shared";
-    std::stringstream ret;
-    ret << in.rdbuf();
-    Answer(TxnKind::Estimate, ret.str());
+    Answer(TxnKind::Estimate,
+           test::SourceFile(
+               "../shared/qbxml/real/"
+               "EstimateRet_subtotal_pctdiscount_blank_lines_line_and_header_dataext.xml"));
     ASSERT_TRUE(EstimateQuerySub(t.app, {.refNumber = "Q23-0147-1"}));
     const TxnHeader& h = Txn().txns.at(0);
     std::string header = h.txnID + "|" + h.editSequence + "|" + h.customerFullName + "|" +
@@ -250,7 +217,7 @@ TEST_F(QbTxnTest, LinesAreTypedAndReListedAsNewLinesWithTheirFields) {
     std::string transcript;
     for (TxnKind kind : kSalesKinds) {
         const TxnKindInfo& k = KindInfo(kind);
-        Answer(kind, Ret(kind, kMixedLines));
+        Answer(kind, Ret(kind, test::SourceFile("tests/data/qb/mixed-lines.xml")));
         ASSERT_TRUE(TxnQuerySub(t.app, kind, {.refNumber = "1001"})) << k.name;
         EXPECT_EQ(Txn().txns.at(0).lineCount, 7u);
         EXPECT_EQ(Txn().currentLineID, kind == TxnKind::Invoice ? "M2" : "-1");

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <sstream>
 
@@ -17,13 +16,6 @@ namespace pelmark::qb {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 fs::path RealDir() {
     return fs::path(PELMARK_SOURCE_DIR) / ".." / "shared" / "qbxml" / "real";
@@ -118,8 +110,7 @@ TEST(QbxmlRequest, EscapesTextAndWritesOnlyAscii) {
 
 // tests/data/qbxml-fields.txt: maximum lengths and the versions elements came with.
 TEST(QbxmlRequest, LengthsAndVersionsAreThoseOfTheReference) {
-    std::istringstream table(
-        ReadFile(fs::path(PELMARK_SOURCE_DIR) / "tests/data/qbxml-fields.txt"));
+    std::istringstream table(test::SourceFile("tests/data/qbxml-fields.txt"));
     int checked = 0;
     for (std::string line; std::getline(table, line);) {
         if (line.empty() || line[0] == '#') continue;
@@ -242,8 +233,7 @@ TEST(QbxmlRequest, RejectsWhatTheSchemaDoesNotAllow) {
                                  "NotSupported",     "NotALeaf",       "NotAnAggregate",
                                  "NotRepeatable",    "BadValue",       "TooLong",
                                  "UnknownAttribute", "MissingRequired"};
-    std::istringstream table(
-        ReadFile(fs::path(PELMARK_SOURCE_DIR) / "tests/data/qb/rejections.txt"));
+    std::istringstream table(test::SourceFile("tests/data/qb/rejections.txt"));
     int rows = 0;
     for (std::string line; std::getline(table, line);) {
         if (line.empty() || line[0] == '#') continue;
@@ -308,7 +298,7 @@ TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
     for (const auto& entry : fs::directory_iterator(RealDir())) {
         if (entry.path().extension() != ".xml") continue;
         std::string name = entry.path().filename().string();
-        std::string text = ReadFile(entry.path());
+        std::string text = test::SourceFile("../shared/qbxml/real/" + name);
         if (text.find("<QBXMLMsgsRq") != std::string::npos) continue;  // a request
         if (text.find("<QBXMLMsgsRs") == std::string::npos) {
             ResponseParseResult r = ParseXmlFragment(text);  // a returned object saved alone
@@ -339,8 +329,9 @@ TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
     EXPECT_EQ(sets, 16);
     EXPECT_EQ(fragments, 1);
     // A stale edit sequence (3200) returns the object as it is now, with the fresh EditSequence.
-    ResponseParseResult stale = ParseResponseSet(ReadFile(
-        RealDir() / "CustomerModRs_status3200_stale_editsequence_returns_current_object.xml"));
+    ResponseParseResult stale = ParseResponseSet(
+        test::SourceFile("../shared/qbxml/real/"
+                         "CustomerModRs_status3200_stale_editsequence_returns_current_object.xml"));
     EXPECT_EQ(stale.set.ResponseList().GetAt(0).Detail().GetValue("EditSequence"), "1272665327");
 }
 

@@ -239,6 +239,13 @@ std::string ShowItem(const ItemRec& i) {
            i.salesTaxCode;
 }
 
+std::string SourceFile(const std::string& path) {
+    std::ifstream in(std::string(PELMARK_SOURCE_DIR) + "/" + path, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), {});
+    EXPECT_FALSE(text.empty()) << "no " << path;
+    return text;
+}
+
 void ExpectRecorded(const std::string& name, const std::string& text) {
     const std::string path = std::string(PELMARK_SOURCE_DIR) + "/tests/data/qb/" + name + ".txt";
     if (std::getenv("PELMARK_RECORD")) {

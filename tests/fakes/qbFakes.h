@@ -137,6 +137,9 @@ struct OpenQbTest : ::testing::Test {
 // An item in one line: own name|full name|depth|kind|desc|price|cost|tax code.
 std::string ShowItem(const ItemRec& i);
 
+// The text of a file under the source tree ("tests/data/qb/..."); an empty text fails the test.
+std::string SourceFile(const std::string& path);
+
 // Compares `text` with tests/data/qb/NAME.txt, what the program sent and said when the recording
 // was last reviewed; PELMARK_RECORD=1 writes the text instead (review the difference).
 void ExpectRecorded(const std::string& name, const std::string& text);
