@@ -14,52 +14,14 @@ using test::Rs;
 
 const char* const kNoPermission = "Insufficient permission level to perform this action.";
 
-struct QbListsTest : ::testing::Test {
-    test::QbTestApp t;
-    std::size_t sentBefore = 0;
-    void SetUp() override {
-        ASSERT_TRUE(QBOpen(t.app));
-        sentBefore = t.transport().requests.size();
-    }
-    std::vector<std::string> Sent() const { return t.RequestsFrom(sentBefore); }
-};
-
-// One returned item of each kind, as QuickBooks writes them.
-const char* const kEveryKind =
-    "<ItemServiceRet><ListID>S-1</ListID><EditSequence>11</EditSequence><Name>Install</Name>"
-    "<FullName>Labor:Install</FullName><SalesTaxCodeRef><FullName>Non</FullName>"
-    "</SalesTaxCodeRef><SalesOrPurchase><Desc>Installation labor</Desc><Price>35.00</Price>"
-    "</SalesOrPurchase><DataExtRet><OwnerID>0</OwnerID><DataExtName>Net Weight</DataExtName>"
-    "<DataExtType>QUANTYPE</DataExtType><DataExtValue>1.5</DataExtValue></DataExtRet>"
-    "</ItemServiceRet>"
-    "<ItemOtherChargeRet><ListID>OC-1</ListID><Name>Freight</Name><FullName>Freight</FullName>"
-    "</ItemOtherChargeRet>"
-    "<ItemInventoryRet><ListID>I-1</ListID><Name>Widget</Name><FullName>Parts:Widget</FullName>"
-    "<SalesDesc>Blue widget</SalesDesc><SalesPrice>9.50</SalesPrice>"
-    "<PurchaseCost>4.00</PurchaseCost><QuantityOnHand>12</QuantityOnHand></ItemInventoryRet>"
-    "<ItemNonInventoryRet><ListID>N-1</ListID><Name>Gift</Name><FullName>Gift</FullName>"
-    "<SalesAndPurchase><SalesDesc>Gift box</SalesDesc><SalesPrice>5.00</SalesPrice>"
-    "<PurchaseDesc>bought</PurchaseDesc><PurchaseCost>2.00</PurchaseCost></SalesAndPurchase>"
-    "</ItemNonInventoryRet>"
-    "<ItemInventoryAssemblyRet><ListID>A-1</ListID><Name>Kit</Name><FullName>Kit</FullName>"
-    "</ItemInventoryAssemblyRet>"
-    "<ItemGroupRet><ListID>G-1</ListID><TimeCreated>2024-01-01T00:00:00</TimeCreated>"
-    "<Name>Bundle</Name><ItemDesc>Bundle of things</ItemDesc></ItemGroupRet>"
-    "<ItemSalesTaxRet><ListID>T-1</ListID><Name>CA Tax</Name><ItemDesc>State</ItemDesc>"
-    "<TaxRate>7.25</TaxRate></ItemSalesTaxRet>"
-    "<ItemSubtotalRet><ListID>ST-1</ListID><Name>Subtotal</Name></ItemSubtotalRet>"
-    "<ItemDiscountRet><ListID>D-1</ListID><Name>Ten</Name><FullName>Discounts:Ten</FullName>"
-    "<DiscountRatePercent>-10.0</DiscountRatePercent></ItemDiscountRet>"
-    "<ItemFutureRet><ListID>F-1</ListID><Name>Future</Name></ItemFutureRet>"
-    "<ItemSalesTaxGroupRet><ListID>TG-1</ListID><Name>Bay Area</Name></ItemSalesTaxGroupRet>"
-    "<ItemFixedAssetRet><ListID>FA-1</ListID><Name>Truck</Name></ItemFixedAssetRet>"
-    "<ItemPaymentRet><ListID>P-1</ListID><Name>Deposit</Name></ItemPaymentRet>";
+using QbListsTest = test::OpenQbTest;
 
 // Each kind filed by its rules (tests/data/qb/item-kinds.txt: own name, full name, depth, kind,
 // description, price, cost, tax code, ListID, EditSequence, custom fields); the query asks for
 // the custom fields, and a kind the reader does not know is skipped with an error line.
 TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
-    t.company().Script("ItemQueryRq", OkRs("ItemQueryRs", kEveryKind));
+    t.company().Script("ItemQueryRq",
+                       OkRs("ItemQueryRs", test::SourceFile("tests/data/qb/every-item-kind.xml")));
     ASSERT_TRUE(ItemQuerySub(t.app));
     std::string table;
     for (const ItemRec& item : t.app.items.items) {
@@ -135,6 +97,8 @@ TEST_F(QbListsTest, ATransportFailureInAListQueryIsReported) {
     EXPECT_NE(t.Prompts().find("Template Query Sub Err=0x80040202 "), std::string::npos);
 }
 
+// The three lists as read (tests/data/qb/lists.txt); a second customer query replaces the list,
+// and one that finds nothing (the default answer) says so.
 TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
     t.company().Script(
         "CustomerQueryRq",
@@ -143,43 +107,31 @@ TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
              "<FullName>Acme</FullName><IsActive>true</IsActive></CustomerRet>"
              "<CustomerRet><ListID>C-2</ListID><EditSequence>4</EditSequence><Name>Job 1</Name>"
              "<FullName>Acme:Job 1</FullName><IsActive>false</IsActive></CustomerRet>"));
-    ASSERT_TRUE(CustomerQuerySub(t.app));
-    const auto& customers = t.app.qb.customers;
-    ASSERT_EQ(customers.size(), 2u);
-    EXPECT_EQ(customers[1].fullName, "Acme:Job 1");
-    EXPECT_EQ(customers[1].name, "Job 1");
-    EXPECT_FALSE(customers[1].isActive);
-
-    // A second full query replaces the list; one that finds nothing says so (the default answer).
-    ASSERT_TRUE(CustomerQuerySub(t.app));
-    EXPECT_TRUE(customers.empty());
-    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
-
     t.company().Script("SalesTaxCodeQueryRq",
                        OkRs("SalesTaxCodeQueryRs",
                             "<SalesTaxCodeRet><ListID>S-1</ListID><EditSequence>2</EditSequence>"
-                            "<Name>Non</Name><IsActive>true</IsActive><IsTaxable>false"
+                            "<Name>Non</Name><IsActive>false</IsActive><IsTaxable>false"
                             "</IsTaxable><Desc>Non-Taxable Sales</Desc></SalesTaxCodeRet>"));
-    ASSERT_TRUE(SalesTaxCodeQuerySub(t.app));
-    ASSERT_EQ(t.app.qb.salesTaxCodes.size(), 1u);
-    EXPECT_EQ(t.app.qb.salesTaxCodes[0].desc, "Non-Taxable Sales");
-
     t.company().Script("TemplateQueryRq",
                        OkRs("TemplateQueryRs",
                             "<TemplateRet><ListID>T-1</ListID><Name>Custom Estimate</Name>"
-                            "<TemplateType>Estimate</TemplateType></TemplateRet>"));
-    ASSERT_TRUE(TemplateQuerySub(t.app));
-    ASSERT_EQ(t.app.qb.templates.size(), 1u);
-    EXPECT_EQ(t.app.qb.templates[0].templateType, "Estimate");
-}
-
-TEST(QbLists, TemplatesAreNotAskedForBeforeQbxml30) {
-    test::QbTestApp t;
-    t.company().versions = {"1.0", "2.0", "2.1"};
-    ASSERT_TRUE(QBOpen(t.app));
-    const std::size_t sent = t.transport().requests.size();
-    EXPECT_TRUE(TemplateQuerySub(t.app));
-    EXPECT_EQ(t.transport().requests.size(), sent);
+                            "<IsActive>false</IsActive><TemplateType>Estimate</TemplateType>"
+                            "</TemplateRet>"));
+    ASSERT_TRUE(CustomerQuerySub(t.app) && SalesTaxCodeQuerySub(t.app) && TemplateQuerySub(t.app));
+    std::string lists;
+    for (const CustomerRec& c : t.app.qb.customers)
+        lists += c.name + "|" + c.fullName + "|" + c.listID + "|" + c.editSequence + "|" +
+                 std::to_string(c.isActive) + "\n";
+    for (const SalesTaxCodeRec& c : t.app.qb.salesTaxCodes)
+        lists += c.name + "|" + c.listID + "|" + c.editSequence + "|" + c.desc + "|" +
+                 std::to_string(c.isActive) + "\n";
+    for (const TemplateRec& c : t.app.qb.templates)
+        lists += c.name + "|" + c.listID + "|" + c.templateType + "|" + std::to_string(c.isActive) +
+                 "\n";
+    ASSERT_TRUE(CustomerQuerySub(t.app));
+    EXPECT_TRUE(t.app.qb.customers.empty());
+    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
+    test::ExpectRecorded("lists", lists);
 }
 
 }  // namespace

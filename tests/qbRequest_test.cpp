@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "app/logs.h"
+#include "app/text.h"
 #include "fakes/qbFakes.h"
 #include "qb/qbCommon.h"
 
@@ -14,13 +15,7 @@ using test::Rs;
 
 // An open session whose default request set holds `n` display requests; the answers are
 // queued by each test.
-struct QbRequestTest : ::testing::Test {
-    test::QbTestApp t;
-    std::size_t sentBefore = 0;
-    void SetUp() override {
-        ASSERT_TRUE(QBOpen(t.app));
-        sentBefore = t.transport().requests.size();
-    }
+struct QbRequestTest : test::OpenQbTest {
     MsgSetRequest& Requests(int n) {
         MsgSetRequest& set = *RequestSet(t.app);
         set.ClearRequests();
@@ -103,14 +98,13 @@ TEST_F(QbRequestTest, SuccessKeepsTheTransactionAndCollectsItsLinesWithoutTraces
         {"SalesReceipt", &QbState::salesReceiptRet},
     };
     for (const auto& [kind, kept] : kinds) {
-        const std::string ret = kind + "Ret", line = kind + "LineRet",
-                          group = kind + "LineGroupRet";
-        const std::string body =
-            "<" + ret +
-            "><TxnID>X-1</TxnID><EditSequence>99</EditSequence><CustomerRef><ListID>C-7" +
-            "</ListID></CustomerRef><Memo>m</Memo><" + line + "><TxnLineID>L1</TxnLineID></" +
-            line + "><" + group + "><TxnLineID>G1</TxnLineID></" + group + "><" + line +
-            "><TxnLineID>L3</TxnLineID></" + line + "></" + ret + ">";
+        const std::string ret = kind + "Ret", group = kind + "LineGroupRet";
+        const std::string body = ReplaceAll(
+            "<@Ret><TxnID>X-1</TxnID><EditSequence>99</EditSequence><CustomerRef><ListID>C-7"
+            "</ListID></CustomerRef><Memo>m</Memo><@LineRet><TxnLineID>L1</TxnLineID></@LineRet>"
+            "<@LineGroupRet><TxnLineID>G1</TxnLineID></@LineGroupRet><@LineRet><TxnLineID>L3"
+            "</TxnLineID></@LineRet></@Ret>",
+            "@", kind);
         Requests(1);
         t.transport().Queue(QbxmlAnswer({OkRs(kind + "ModRs", body)}));
         DoRequestOptions o;

@@ -20,7 +20,7 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
         std::vector<std::string> versions;
         const char* version;  // of the request sets
         bool message;         // "does not support Invoice modifications"
-        bool lineFields;      // line custom fields: TxnLineID in DataExt came with 3.0
+        bool from30;          // line custom fields (TxnLineID in DataExt) and templates
     } cases[] = {
         {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false, true},
         {{"1.0", "2.0", "16.0"}, "13.0", false, true},
@@ -44,10 +44,13 @@ TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
         EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), c.version);
         EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, c.message) << c.version;
         EXPECT_TRUE(t.Traced(std::string("QB Opening as ") + c.version + "OE="));
-        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.lineFields) << c.version;
+        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.from30) << c.version;
         // The line-field probe is built, never sent, and leaves the default request set empty.
         for (const std::string& rq : sent) EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
         EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
+        const std::size_t before = sent.size();
+        EXPECT_TRUE(TemplateQuerySub(t.app)) << "before 3.0 there is nothing to ask";
+        EXPECT_EQ(sent.size() > before, c.from30) << c.version;
     }
     EXPECT_EQ(ChooseRequestVersion("8"), (std::pair<std::string, std::string>{"8", "0"}));
 }
@@ -161,22 +164,14 @@ TEST(QbSession, ReadsTheCustomFieldDefinitionsAndOpensWithoutThem) {
     EXPECT_TRUE(failed.prompter.shown.empty());
 }
 
-struct InitCase {
-    const char* name;
-    const char* checkBox;   // ticked before QBInit; "" for none
-    bool customers, items;  // whether each query is sent
-};
-
+// For each check box (none, then each that bypasses a list): the progress shown, the requests
+// answered and the items loaded (tests/data/qb/init.txt).
 TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
-    const InitCase cases[] = {
-        {"all", "", true, true},
-        {"bypass customers", "chkBypassCustomerQuery", false, true},
-        {"items from IIF", "chkUseItemsIIF", true, false},
-        {"bypass items", "chkBypassItemsQuery", true, false},
-    };
-    for (const InitCase& c : cases) {
+    std::string transcript;
+    for (const char* box :
+         {"", "chkBypassCustomerQuery", "chkUseItemsIIF", "chkBypassItemsQuery"}) {
         QbTestApp t;
-        if (*c.checkBox) t.app.frmMain.Find(c.checkBox)->value = 1;
+        if (*box) t.app.frmMain.Find(box)->value = 1;
         t.dir.Write("Items.iif",
                     "!INVITEM\tNAME\tINVITEMTYPE\tDESC\tPRICE\r\n"
                     "INVITEM\tFrom IIF\tSERV\tfrom the file\t1.00\r\n");
@@ -184,31 +179,19 @@ TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
                            OkRs("ItemQueryRs",
                                 "<ItemServiceRet><ListID>I-1</ListID><Name>Labor</Name>"
                                 "<FullName>Labor</FullName></ItemServiceRet>"));
-        std::vector<std::string> progress;
-        t.app.statusHook = [&](const std::string& s) { progress.push_back(s); };
-        ASSERT_TRUE(QBInit(t.app)) << c.name;
-
-        const std::string qbName = kQuickBooks;
-        EXPECT_EQ(progress,
-                  (std::vector<std::string>{"Opening " + qbName, "Getting Customers from " + qbName,
-                                            "Getting Templates from " + qbName,
-                                            "Getting Items from " + qbName}))
-            << c.name;
-        const auto& answered = t.company().answered;
-        auto sent = [&](const char* rq) {
-            return std::find(answered.begin(), answered.end(), rq) != answered.end();
-        };
-        EXPECT_EQ(sent("CustomerQueryRq"), c.customers) << c.name;
-        EXPECT_TRUE(sent("TemplateQueryRq"));
-        EXPECT_TRUE(t.Traced(c.customers ? "QB Init Getting All Customers "
-                                         : "QB Init Bypassed Query Customers "))
-            << c.name;
-        EXPECT_EQ(sent("ItemQueryRq"), c.items) << c.name;
-        const bool iif = std::string(c.checkBox) == "chkUseItemsIIF";
-        EXPECT_EQ(FindItem(t.app, "labor") != nullptr, c.items) << c.name;
-        EXPECT_EQ(FindItem(t.app, "FROM IIF") != nullptr, iif) << c.name;
+        transcript += std::string("=== ") + box + "\n";
+        t.app.statusHook = [&](const std::string& s) { transcript += s + "\n"; };
+        ASSERT_TRUE(QBInit(t.app)) << box;
+        for (const std::string& rq : t.company().answered) transcript += rq + " ";
+        for (const ItemRec& item : t.app.items.items) transcript += "\n" + test::ShowItem(item);
+        transcript += "\n";
+        EXPECT_TRUE(t.Traced(std::string(box) == "chkBypassCustomerQuery"
+                                 ? "QB Init Bypassed Query Customers "
+                                 : "QB Init Getting All Customers "))
+            << box;
         EXPECT_TRUE(t.Traced("QB Init Complete "));
     }
+    test::ExpectRecorded("init", transcript);
 }
 
 TEST(QbSession, InitTemplateStepUsesVersion17ForNewerOrUnknownHosts) {
@@ -216,9 +199,8 @@ TEST(QbSession, InitTemplateStepUsesVersion17ForNewerOrUnknownHosts) {
         {"16", "16"}, {"28", "17"}, {"", "17"}, {"8", "17"}};  // compared as text
     for (const auto& [major, used] : cases) {
         QbTestApp t;
-        t.company().handlers["HostQueryRq"] = [major = std::string(major)](const std::string&) {
-            return OkRs("HostQueryRs", test::HostRet({"7.0"}, "QuickBooks", major, "0"));
-        };
+        t.company().Script("HostQueryRq",
+                           OkRs("HostQueryRs", test::HostRet({"7.0"}, "QuickBooks", major, "0")));
         ASSERT_TRUE(QBInit(t.app));
         EXPECT_TRUE(t.Traced(std::string("Template Query Sub Entered ") + used)) << major;
     }

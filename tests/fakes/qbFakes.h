@@ -2,6 +2,8 @@
 // the runner of the project's qbXML validator over the requests they recorded.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -12,6 +14,7 @@
 
 #include "app/items.h"
 #include "fakes/fakes.h"
+#include "qb/qbCommon.h"
 #include "qb/transport.h"
 
 namespace pelmark::test {
@@ -88,8 +91,6 @@ class FakeQuickBooks {
     // The next answer to a request of that name ("ItemQueryRq"): a whole response element
     // (make it with Rs/OkRs; its requestID is set to the request's).
     void Script(const std::string& requestName, std::string responseElement);
-    // Answers to requests of that name whatever the script says, every time.
-    std::map<std::string, std::function<std::string(const std::string& requestXml)>> handlers;
 
     std::string Answer(const std::string& requestText);
     // Request names answered so far, in order ("HostQueryRq", ...).
@@ -122,20 +123,30 @@ struct QbTestApp : TestApp {
     std::size_t transcribed_ = 0;
 };
 
+// A test with a QbTestApp whose session is open; `sentBefore` counts the requests sent so far.
+struct OpenQbTest : ::testing::Test {
+    QbTestApp t;
+    std::size_t sentBefore = 0;
+    void SetUp() override {
+        ASSERT_TRUE(qb::QBOpen(t.app));
+        sentBefore = t.transport().requests.size();
+    }
+    std::vector<std::string> Sent() const { return t.RequestsFrom(sentBefore); }
+};
+
 // An item in one line: own name|full name|depth|kind|desc|price|cost|tax code.
 std::string ShowItem(const ItemRec& i);
+
+// The text of a file under the source tree ("tests/data/qb/..."); an empty text fails the test.
+std::string SourceFile(const std::string& path);
 
 // Compares `text` with tests/data/qb/NAME.txt, what the program sent and said when the recording
 // was last reviewed; PELMARK_RECORD=1 writes the text instead (review the difference).
 void ExpectRecorded(const std::string& name, const std::string& text);
 
-// Runs shared/tools/qbxml_validate.py over request documents. `skipped` holds the reason when
-// the validator cannot run here (no ../shared, no python3, Windows); `problems` the names of the
-// documents it did not pass, with its output.
-struct QbxmlValidation {
-    std::string skipped;
-    std::map<std::string, std::string> problems;
-};
-QbxmlValidation ValidateQbxmlRequests(const std::map<std::string, std::string>& documents);
+// Runs shared/tools/qbxml_validate.py over the request texts (named SCENARIO_N.xml) and fails
+// the test for each one it does not pass, or when it cannot run. The Windows build runs under
+// Wine without python3, so there it checks nothing.
+void ExpectValidRequests(const std::string& scenario, const std::vector<std::string>& requests);
 
 }  // namespace pelmark::test
