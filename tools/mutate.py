@@ -250,7 +250,7 @@ def main():
     ap.add_argument("--count", type=int, default=150, help="mutants per area")
     ap.add_argument("--area", action="append", default=[],
                     help="NAME=GLOB[,GLOB...][:GTEST_FILTER]; default: sort, qb and sim")
-    ap.add_argument("--work", default=os.path.join(ROOT, "build", "mutate"))
+    ap.add_argument("--work", type=os.path.abspath, default=os.path.join(ROOT, "build", "mutate"))
     ap.add_argument("--jobs", type=int, default=1)
     ap.add_argument("--timeout", type=float, default=0,
                     help="seconds per test run; default three times the clean run")

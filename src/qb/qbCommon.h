@@ -174,7 +174,6 @@ SendResult DoRequests(App& app, const MsgSetRequest& request);
 
 struct DoRequestOptions {
     std::string callerLabel;           // "Invoice Mod": prefixes the failure prompt
-    bool collectLines = false;         // collect the lines of a returned transaction
     MsgSetRequest* request = nullptr;  // nullptr: the default request set
     bool keepOwnResponse = false;      // true: the response is not kept as the last one
     bool clearStoredError = false;
@@ -186,7 +185,6 @@ struct DoRequestResult {
     std::string statusText;  // one " Status: Code = ..." line per response examined
     std::string customerListID;
     std::string editSequence;
-    std::vector<View> lines;  // InvoiceLineRet / InvoiceLineGroupRet ... in order
     std::optional<ResponseSet> responseSet;
 };
 

@@ -98,7 +98,6 @@ struct ResponseSetBuilder {
     static void Fill(ResponseSet& set, std::string_view text, View root, View msgs) {
         set.text_ = std::string(text);
         set.root_ = std::move(root);
-        set.msgs_ = msgs;
         for (const View& v : msgs.Children()) set.list_.responses_.emplace_back(v);
     }
 };
@@ -227,10 +226,6 @@ View Response::Detail() const {
 
 Response ResponseList::GetAt(std::size_t index) const {
     return index < responses_.size() ? responses_[index] : Response();
-}
-
-std::optional<int> ResponseSet::MessageSetStatusCode() const {
-    return ParseNumber<int>(msgs_.Attribute("messageSetStatusCode"));
 }
 
 // ---- Parsing ----------------------------------------------------------------------------

@@ -117,7 +117,6 @@ class ResponseList {
 class ResponseSet {
   public:
     const qb::ResponseList& ResponseList() const { return list_; }
-    std::optional<int> MessageSetStatusCode() const;
     const View& Root() const { return root_; }  // the QBXML element
     // The document exactly as QuickBooks sent it.
     const std::string& ToXMLString() const { return text_; }
@@ -126,7 +125,6 @@ class ResponseSet {
     friend struct ResponseSetBuilder;
     std::string text_;
     View root_;
-    View msgs_;
     qb::ResponseList list_;
 };
 

@@ -52,7 +52,7 @@ void AppendStatus(std::string& statusText, int code, const std::string& message,
 
 // Keeps the returned transaction of a response of one of the four kinds and, when asked,
 // collects its lines. A query's answer holds its transactions in a list; the first is kept.
-void KeepReturnedTxn(App& app, const Response& response, std::vector<View>* lines) {
+void KeepReturnedTxn(App& app, const Response& response) {
     const std::string type = response.TypeName();
     // "InvoiceQueryRq" answers with "InvoiceQueryRs".
     auto answers = [&](const char* request) {
@@ -68,11 +68,6 @@ void KeepReturnedTxn(App& app, const Response& response, std::vector<View>* line
         View ret = detail.Name() == k.retName ? detail : detail.Child(k.retName);
         if (ret.IsNull()) return;
         app.qb.*k.ret = ret;
-        if (!lines) return;
-        for (const View& line : ret.Children()) {
-            std::string name = line.Name();
-            if (name == k.lineRet || name == k.groupRet) lines->push_back(line);
-        }
         return;
     }
     if (response.Type() == kRtUnknown)
@@ -167,7 +162,7 @@ DoRequestResult DoRequest(App& app, const DoRequestOptions& options) {
         if (detail.Has("TxnID")) qb.lastTxnID = detail.GetValue("TxnID");
         if (detail.Has("CustomerRef/ListID"))
             result.customerListID = detail.GetValue("CustomerRef/ListID");
-        KeepReturnedTxn(app, response, options.collectLines ? &result.lines : nullptr);
+        KeepReturnedTxn(app, response);
     }
     if (!failed && list.Count() < requestCount) {
         std::string message = "QuickBooks answered " + std::to_string(list.Count()) + " of the " +
