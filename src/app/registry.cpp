@@ -53,15 +53,6 @@ MemoryRegistry::Id MemoryRegistry::MakeId(RegRoot root, const std::string& key,
     return {static_cast<int>(root), NormalKey(key), Upper(name)};
 }
 
-MemoryRegistry::KeyId MemoryRegistry::MakeKeyId(RegRoot root, const std::string& key) {
-    return {static_cast<int>(root), NormalKey(key)};
-}
-
-bool MemoryRegistry::KeyExists(RegRoot root, const std::string& key) {
-    KeyId id = MakeKeyId(root, key);
-    return id.second.empty() || keys_.count(id) > 0;
-}
-
 std::optional<RegData> MemoryRegistry::Query(RegRoot root, const std::string& key,
                                              const std::string& name) {
     auto it = values_.find(MakeId(root, key, name));
@@ -71,17 +62,8 @@ std::optional<RegData> MemoryRegistry::Query(RegRoot root, const std::string& ke
 
 bool MemoryRegistry::Set(RegRoot root, const std::string& key, const std::string& name,
                          const RegData& data) {
-    KeyId id = MakeKeyId(root, key);
-    for (size_t pos = 0; pos != std::string::npos;) {
-        pos = id.second.find('\\', pos + 1);
-        keys_.insert({id.first, id.second.substr(0, pos)});
-    }
     values_[MakeId(root, key, name)] = data;
     return true;
-}
-
-bool MemoryRegistry::DeleteValue(RegRoot root, const std::string& key, const std::string& name) {
-    return values_.erase(MakeId(root, key, name)) > 0;
 }
 
 std::string RegReadValue(Registry& reg, RegRoot root, const std::string& key,
@@ -113,14 +95,6 @@ bool RegWriteValue(Registry& reg, RegRoot root, const std::string& key, const st
         return false;
     }
     return reg.Set(root, key, name, value);
-}
-
-bool RegDeleteValue(Registry& reg, RegRoot root, const std::string& key, const std::string& name) {
-    return reg.DeleteValue(root, key, name);
-}
-
-bool RegKeyExists(Registry& reg, RegRoot root, const std::string& key) {
-    return reg.KeyExists(root, key);
 }
 
 std::optional<std::string> GetKeyValue(Registry& reg, RegRoot root, const std::string& key,

@@ -15,8 +15,6 @@ std::string RegReadValue(Registry& reg, RegRoot root, const std::string& key,
 // Writes a string (kRegSz) or a 32-bit double word (kRegDword, `data` in decimal).
 bool RegWriteValue(Registry& reg, RegRoot root, const std::string& key, const std::string& name,
                    RegType type, const std::string& data);
-bool RegDeleteValue(Registry& reg, RegRoot root, const std::string& key, const std::string& name);
-bool RegKeyExists(Registry& reg, RegRoot root, const std::string& key);
 // The About form's reader: a string up to its NUL, a double word as "&h" and hexadecimal digits;
 // empty when the key cannot be opened.
 std::optional<std::string> GetKeyValue(Registry& reg, RegRoot root, const std::string& key,
@@ -25,7 +23,6 @@ std::optional<std::string> GetKeyValue(Registry& reg, RegRoot root, const std::s
 }  // namespace pelmark
 
 #include <map>
-#include <set>
 #include <tuple>
 #include <utility>
 
@@ -34,22 +31,16 @@ namespace pelmark {
 // A registry held in memory: the registry of the portable build, and of tests.
 class MemoryRegistry : public Registry {
   public:
-    bool KeyExists(RegRoot root, const std::string& key) override;
     std::optional<RegData> Query(RegRoot root, const std::string& key,
                                  const std::string& name) override;
     bool Set(RegRoot root, const std::string& key, const std::string& name,
              const RegData& data) override;
-    bool DeleteValue(RegRoot root, const std::string& key, const std::string& name) override;
 
   private:
     // Keys and value names compare without regard to case, as Windows compares them.
-    // A key also exists without values, and creating one creates the keys above it.
     using Id = std::tuple<int, std::string, std::string>;
-    using KeyId = std::pair<int, std::string>;
     static Id MakeId(RegRoot root, const std::string& key, const std::string& name);
-    static KeyId MakeKeyId(RegRoot root, const std::string& key);
     std::map<Id, RegData> values_;
-    std::set<KeyId> keys_;
 };
 
 }  // namespace pelmark

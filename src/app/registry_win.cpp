@@ -55,10 +55,6 @@ class OpenKey {
 
 class WinRegistry : public Registry {
   public:
-    bool KeyExists(RegRoot root, const std::string& key) override {
-        return OpenKey(root, key, KEY_READ).get() != nullptr;
-    }
-
     std::optional<RegData> Query(RegRoot root, const std::string& key,
                                  const std::string& name) override {
         OpenKey k(root, key, kFullAccess);
@@ -83,11 +79,6 @@ class WinRegistry : public Registry {
                                 static_cast<DWORD>(data.bytes.size()));
         RegCloseKey(h);
         return r == ERROR_SUCCESS;
-    }
-
-    bool DeleteValue(RegRoot root, const std::string& key, const std::string& name) override {
-        OpenKey k(root, key, KEY_SET_VALUE);
-        return k.get() && RegDeleteValueA(k.get(), name.c_str()) == ERROR_SUCCESS;
     }
 
   private:

@@ -79,12 +79,10 @@ struct RegData {
 class Registry {
   public:
     virtual ~Registry() = default;
-    virtual bool KeyExists(RegRoot root, const std::string& key) = 0;
     virtual std::optional<RegData> Query(RegRoot root, const std::string& key,
                                          const std::string& name) = 0;
     virtual bool Set(RegRoot root, const std::string& key, const std::string& name,
                      const RegData& data) = 0;
-    virtual bool DeleteValue(RegRoot root, const std::string& key, const std::string& name) = 0;
 };
 
 enum class FileStatus { Ok, NotFound, HeldByOther, Failed };

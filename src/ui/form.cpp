@@ -34,13 +34,6 @@ const Control* Form::Find(const std::string& name, int index) const {
     return it == byKey_.end() ? nullptr : &controls_[it->second];
 }
 
-bool Form::IsArray(const std::string& name) const {
-    for (const Control& c : controls_) {
-        if (c.index >= 0 && EqualsNoCase(c.name, name)) return true;
-    }
-    return false;
-}
-
 Control* Form::FindByTag(const std::string& name, const std::string& tag) {
     for (Control& c : controls_) {
         if (EqualsNoCase(c.name, name) && EqualsNoCase(c.tag, tag)) return &c;

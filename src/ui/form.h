@@ -54,8 +54,6 @@ class Form {
     // The control of that name (case-insensitive, as control names are) and array index.
     Control* Find(const std::string& name, int index = -1);
     const Control* Find(const std::string& name, int index = -1) const;
-    // True when the name is a control array on this form.
-    bool IsArray(const std::string& name) const;
     Control* FindByTag(const std::string& name, const std::string& tag);
 
     // Typed access for the code that reads settings; a missing control reads as empty / 0.

@@ -1,4 +1,4 @@
-// The real Windows registry: values written, read in both forms, deleted. (The start-up folders
+// The real Windows registry: values written and read in both forms. (The start-up folders
 // on the real system are the window's test: pelmark.exe keeps its settings under "Public".)
 #include <gtest/gtest.h>
 
@@ -14,18 +14,13 @@ TEST(WinRegistryTest, RealRegistryRoundTrip) {
     const RegRoot hkcu = RegRoot::CurrentUser;
     ASSERT_TRUE(RegWriteValue(reg, hkcu, kTestKey, "Text", kRegSz, "Pelmark test"));
     ASSERT_TRUE(RegWriteValue(reg, hkcu, kTestKey, "Number", kRegDword, "258"));
-    EXPECT_TRUE(RegKeyExists(reg, hkcu, kTestKey));
 
     EXPECT_EQ(RegReadValue(reg, hkcu, std::string(kTestKey) + "\\", "text"), "Pelmark test");
     EXPECT_EQ(RegReadValue(reg, hkcu, kTestKey, "Number"), "258");
     EXPECT_EQ(GetKeyValue(reg, hkcu, kTestKey, "Number"), "&h00000102");
-    EXPECT_TRUE(RegDeleteValue(reg, hkcu, kTestKey, "Text"));
-    EXPECT_TRUE(RegDeleteValue(reg, hkcu, kTestKey, "Number"));
-    EXPECT_FALSE(RegDeleteValue(reg, hkcu, kTestKey, "Number"));
-    EXPECT_EQ(GetKeyValue(reg, hkcu, kTestKey, "Text"), std::nullopt);
+    EXPECT_EQ(GetKeyValue(reg, hkcu, kTestKey, "Missing"), std::nullopt);
 
     const std::string missing = std::string(kTestKey) + "\\NoSuchKey";
-    EXPECT_FALSE(RegKeyExists(reg, hkcu, missing));
     EXPECT_EQ(RegReadValue(reg, hkcu, missing, "Text"), "");
     EXPECT_EQ(GetKeyValue(reg, hkcu, missing, "Text"), std::nullopt);
 }
