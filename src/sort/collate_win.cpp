@@ -34,4 +34,13 @@ void AppendCollationKey(std::string& key, std::string_view text, bool caseSensit
     key += '\0';
 }
 
+// LCMapStringEx keys depend on the user's locale and Windows version; no shortcut is safe.
+bool ShortCollationKeys() {
+    return false;
+}
+bool HasShortCollationKey(std::string_view) {
+    return false;
+}
+void AppendShortCollationKey(std::string&, std::string_view) {}
+
 }  // namespace pelmark::sort

@@ -4,8 +4,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include "sort/collate.h"
 #include "sort/engine.h"
@@ -98,6 +99,36 @@ void AppendNumber(std::string& key, double value) {
     for (int shift = 56; shift >= 0; shift -= 8) key += static_cast<char>((bits >> shift) & 0xFF);
 }
 
+// The text a level reads from a line: for a number level, the number as written.
+std::string_view LevelText(Field field, const qb::TxnLine& line, const std::string& name,
+                           std::string_view taxCode) {
+    switch (field) {
+        case Field::ItemFull:
+            return Cut(line.itemFullName, kItemNameWidth);
+        case Field::ItemName:
+            return Cut(Trim(NameAfterColon(line.itemFullName)), kItemNameWidth);
+        case Field::Price:
+            return line.rate.empty() ? line.ratePercent : line.rate;
+        case Field::Qty:
+            return line.quantity;
+        case Field::Amount:
+            return line.amount;
+        case Field::Desc:
+            return line.desc;
+        case Field::Class:
+            return line.classFullName;
+        case Field::TaxCode:
+            return taxCode;
+        case Field::Other1:
+            return line.other1;
+        case Field::Other2:
+            return line.other2;
+        case Field::Custom:
+            break;
+    }
+    return CustomFieldValue(line, name);
+}
+
 }  // namespace
 
 std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels) {
@@ -117,33 +148,63 @@ std::string ItemNameOf(const std::string& fullName) {
 SortKeys BuildSortKeys(const std::vector<const qb::TxnLine*>& lines, const SortSettings& settings,
                        const DebugSink& debug) {
     const std::vector<SortLevel> levels = ActiveLevels(settings.levels);
+    const std::size_t width = levels.size();
     std::vector<Field> fields;
     for (const SortLevel& level : levels) fields.push_back(FieldOf(level.field));
+
+    // What each level reads from each line; the tax code is carried down from the line above.
+    std::vector<std::string_view> texts(lines.size() * width);
+    std::string_view taxCode;
+    for (std::size_t position = 0; position < lines.size(); ++position) {
+        const qb::TxnLine& line = *lines[position];
+        if (!line.salesTaxCodeFullName.empty()) taxCode = line.salesTaxCodeFullName;
+        for (std::size_t index = 0; index < width; ++index)
+            texts[position * width + index] =
+                LevelText(fields[index], line, levels[index].field, taxCode);
+    }
+    // A level whose texts all have short keys takes those (see collate.h).
+    std::vector<bool> shortKeys(width, false);
+    for (std::size_t index = 0; index < width; ++index) {
+        bool all = ShortCollationKeys() && !levels[index].caseSensitive;
+        for (std::size_t position = 0; all && position < lines.size(); ++position)
+            all = HasShortCollationKey(texts[position * width + index]);
+        shortKeys[index] = all;
+    }
+
     SortKeys keys;
     keys.ends.reserve(lines.size());
-    keys.bytes.reserve(lines.size() * 24 * (levels.size() + 1));
-    std::string_view previousTaxCode;
+    keys.bytes.reserve(lines.size() * 24 * (width + 1));
     // Item names and descriptions repeat down a transaction; a locale key costs far more than
-    // a lookup, so each level keeps the keys of the texts it has seen. The texts are views into
-    // the lines, which outlive the building; each locale key is kept once in `known` as its
-    // offset and length.
-    struct Known {
-        std::size_t offset, size;
+    // a lookup, so each level keeps the keys of the texts it has seen, in an open-addressing
+    // table (one allocation per level, none per text). The texts are views into the lines, which
+    // outlive the building; each locale key is kept once in `known` as its offset and length.
+    struct Seen {
+        std::string_view text;
+        std::uint32_t offset = 0, size = 0;
+        bool used = false;
     };
-    std::vector<std::unordered_map<std::string_view, Known>> seen(levels.size());
-    for (std::size_t i = 0; i < levels.size(); ++i)
-        if (fields[i] != Field::Price && fields[i] != Field::Qty && fields[i] != Field::Amount)
-            seen[i].reserve(lines.size());
+    std::size_t slots = 16;
+    while (slots < 2 * lines.size()) slots *= 2;
+    std::vector<std::vector<Seen>> seen(width);
     std::string known;
     std::string& key = keys.bytes;
     auto appendText = [&](std::size_t level, std::string_view text) {
-        auto [it, added] = seen[level].try_emplace(text);
-        if (added) {
+        if (shortKeys[level]) {
+            AppendShortCollationKey(key, text);
+            return;
+        }
+        std::vector<Seen>& table = seen[level];
+        if (table.empty()) table.resize(slots);
+        std::size_t at = std::hash<std::string_view>{}(text) & (slots - 1);
+        while (table[at].used && table[at].text != text) at = (at + 1) & (slots - 1);
+        Seen& slot = table[at];
+        if (!slot.used) {
             const std::size_t offset = known.size();
             AppendCollationKey(known, text, levels[level].caseSensitive);
-            it->second = {offset, known.size() - offset};
+            slot = {text, static_cast<std::uint32_t>(offset),
+                    static_cast<std::uint32_t>(known.size() - offset), true};
         }
-        key.append(known, it->second.offset, it->second.size);
+        key.append(known, slot.offset, slot.size);
     };
     auto appendNumber = [&](std::size_t level, std::string_view text) {
         const std::string_view trimmed = Trim(text);
@@ -160,49 +221,15 @@ SortKeys BuildSortKeys(const std::vector<const qb::TxnLine*>& lines, const SortS
     };
 
     for (std::size_t position = 0; position < lines.size(); ++position) {
-        const qb::TxnLine& line = *lines[position];
         if (debug) debug("DBG, Line " + std::to_string(position));
-
-        std::string_view taxCode = line.salesTaxCodeFullName;
-        if (taxCode.empty()) taxCode = previousTaxCode;
-        previousTaxCode = taxCode;
-
-        for (std::size_t index = 0; index < levels.size(); ++index) {
+        for (std::size_t index = 0; index < width; ++index) {
             const std::size_t start = key.size();
-            switch (fields[index]) {
-                case Field::ItemFull:
-                    appendText(index, Cut(line.itemFullName, kItemNameWidth));
-                    break;
-                case Field::ItemName:
-                    appendText(index, Cut(Trim(NameAfterColon(line.itemFullName)), kItemNameWidth));
-                    break;
-                case Field::Price:
-                    appendNumber(index, line.rate.empty() ? line.ratePercent : line.rate);
-                    break;
-                case Field::Qty:
-                    appendNumber(index, line.quantity);
-                    break;
-                case Field::Amount:
-                    appendNumber(index, line.amount);
-                    break;
-                case Field::Desc:
-                    appendText(index, line.desc);
-                    break;
-                case Field::Class:
-                    appendText(index, line.classFullName);
-                    break;
-                case Field::TaxCode:
-                    appendText(index, taxCode);
-                    break;
-                case Field::Other1:
-                    appendText(index, line.other1);
-                    break;
-                case Field::Other2:
-                    appendText(index, line.other2);
-                    break;
-                case Field::Custom:
-                    appendText(index, CustomFieldValue(line, levels[index].field));
-            }
+            const std::string_view text = texts[position * width + index];
+            const Field field = fields[index];
+            if (field == Field::Price || field == Field::Qty || field == Field::Amount)
+                appendNumber(index, text);
+            else
+                appendText(index, text);
             // Inverting every byte of a level, its end mark included, reverses that level's
             // order and nothing else.
             if (levels[index].descending)
@@ -210,9 +237,8 @@ SortKeys BuildSortKeys(const std::vector<const qb::TxnLine*>& lines, const SortS
                     key[i] = static_cast<char>(~static_cast<unsigned char>(key[i]));
             // Blank and description lines kept under their line are told apart from it by
             // position alone, so levels after the item level have nothing left to decide.
-            const bool itemLevel =
-                fields[index] == Field::ItemFull || fields[index] == Field::ItemName;
-            if (itemLevel && settings.keepBlankItems) break;
+            if ((field == Field::ItemFull || field == Field::ItemName) && settings.keepBlankItems)
+                break;
         }
         keys.ends.push_back(key.size());
         if (debug) debug("DBG, NExt Line");
