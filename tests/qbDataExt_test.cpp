@@ -162,8 +162,10 @@ TEST(QbConformance, EveryRequestSentPassesTheValidator) {
         if (set.Supports("InvoiceModRq")) {
             set.ClearRequests();
             Node& mod = set.Append("InvoiceModRq").Child("InvoiceMod");
-            SalesCommonModSub(t.app, mod,
-                              {"1A2B-1234567890", "1234567890", "Invoice Mod", "UPS", true});
+            SalesCommonModSub(t.app, mod, {"1A2B-1234567890", "1234567890", "UPS"});
+            DoRequestOptions send;
+            send.request = &set;
+            DoRequest(t.app, send);
         }
         EXPECT_GT(t.transport().requests.size(), 10u);
         test::ExpectValidRequests(std::string("v") + top, t.transport().requests);

@@ -160,7 +160,8 @@ TEST_F(QbTxnTest, TheRealEstimateIsReadWithEveryFieldAndCustomField) {
                          h.salesTaxTotal + "|" + h.totalAmount + "|" + Txn().currentLineID;
     for (const TxnCustomField& f : h.customFields) header += " [" + f.name + "=" + f.value + "]";
 
-    ASSERT_TRUE(EstimateModSub(t.app, {h.txnID, h.editSequence, "", h.templateFullName}));
+    ASSERT_TRUE(
+        TxnModSub(t.app, TxnKind::Estimate, {h.txnID, h.editSequence, "", h.templateFullName}));
     for (std::size_t i = 0; i < Txn().lines.size(); ++i)
         ASSERT_TRUE(AppendQueriedLine(t.app, TxnKind::Estimate, Txn().lines, i));
     ASSERT_TRUE(SendMod());
@@ -236,7 +237,7 @@ TEST_F(QbTxnTest, LinesAreTypedAndReListedAsNewLinesWithTheirFields) {
 
 // A re-listed line's texts go through the same cutting and line-feed rules as every field.
 TEST_F(QbTxnTest, LongAndMultiLineTextIsCutAndKept) {
-    ASSERT_TRUE(InvoiceModSub(t.app, {"T1", "E1"}));
+    ASSERT_TRUE(TxnModSub(t.app, TxnKind::Invoice, {"T1", "E1"}));
     TxnLine row;
     row.lineType = kLineDescOnly;
     row.desc = "A\nB";
@@ -258,7 +259,7 @@ TEST_F(QbTxnTest, LinesGoOnlyToAModifyThatIsBeingBuilt) {
     EXPECT_FALSE(TxnModSub(t.app, TxnKind::PurchaseOrder, {"P1", "E1"}));
     EXPECT_EQ(AppendLineObjects(t.app, TxnKind::PurchaseOrder), nullptr);
     EXPECT_EQ(AppendLineObjects(t.app, TxnKind::Invoice), nullptr) << "none started";
-    ASSERT_TRUE(EstimateModSub(t.app, {"T1", "E1"}));
+    ASSERT_TRUE(TxnModSub(t.app, TxnKind::Estimate, {"T1", "E1"}));
     EXPECT_EQ(AppendLineObjects(t.app, TxnKind::Invoice), nullptr) << "another kind's";
     EXPECT_NE(AppendLineObjects(t.app, TxnKind::Estimate), nullptr);
     EXPECT_FALSE(InvoiceQuerySub(t.app, {.refNumber = "1"}));  // clears the request set

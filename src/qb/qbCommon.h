@@ -225,13 +225,10 @@ void AddIfNotEmpty(Node& parent, std::string_view name, const std::string& value
 
 struct SalesModHead {
     std::string txnID, editSequence;
-    std::string callerLabel;  // "Invoice Mod", "Estimate Mod", ...
-    std::string shipMethod;   // empty: left unset
-    bool sendNow = false;
-    MsgSetRequest* request = nullptr;  // the set holding the modify; nullptr: the default one
+    std::string shipMethod;  // empty: left unset
 };
-// Fills TxnID, EditSequence and ShipMethodRef of a modify (the InvoiceMod aggregate, ...) and,
-// when asked, sends it. True when nothing was sent or every response succeeded.
+// Fills TxnID, EditSequence and ShipMethodRef of a modify (the InvoiceMod aggregate, ...); the
+// modify is sent later, with its lines. False when a field could not be set (reported).
 bool SalesCommonModSub(App& app, Node& mod, const SalesModHead& head);
 
 // ---- Lists (lists.cpp) ----------------------------------------------------------------

@@ -254,11 +254,7 @@ bool SalesCommonModSub(App& app, Node& mod, const SalesModHead& head) {
         ReportError(app, "INFO", "Sales Common Mod Sub", kErrBadRequest, e.what());
         return false;
     }
-    if (!head.sendNow) return true;
-    DoRequestOptions send;
-    send.callerLabel = head.callerLabel;
-    send.request = head.request;
-    return DoRequest(app, send).ok;
+    return true;
 }
 
 }  // namespace pelmark::qb

@@ -202,17 +202,12 @@ struct TxnModHead {
     // The further header value: the TemplateRef FullName the transaction is shown with. Sending
     // the template it has changes nothing; empty leaves it unset.
     std::string templateName{};
-    bool sendNow = false;
 };
 
 // Starts the kind's modify in the default request set (cleared first) and keeps it for the line
-// step; with sendNow it is sent at once. False when it could not be built or QuickBooks refused
-// it (reported); a kind without a modify is reported as "Order Mod not supported ".
+// step, which sends it with the lines. False when it could not be built (reported); a kind
+// without a modify is reported as "Order Mod not supported ".
 bool TxnModSub(App& app, TxnKind kind, const TxnModHead& head);
-bool InvoiceModSub(App& app, const TxnModHead& head);
-bool EstimateModSub(App& app, const TxnModHead& head);
-bool SalesOrderModSub(App& app, const TxnModHead& head);
-bool SalesReceiptModSub(App& app, const TxnModHead& head);
 
 // The kind's modify aggregate (InvoiceMod, ...) that TxnModSub left; nullptr when there is none
 // or its request set no longer holds it.

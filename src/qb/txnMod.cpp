@@ -27,7 +27,7 @@ bool TxnModSub(App& app, TxnKind kind, const TxnModHead& head) {
     const std::string label = std::string(k.modLabel) + " Sub";
     DebugLog(app,
              label + " Entered " + head.txnID + ", " + head.editSequence + ", " + head.shipMethod +
-                 ", " + head.templateName + ", " + BoolText(head.sendNow),
+                 ", " + head.templateName,
              5);
     KeptMod& kept = KeptSlot(app, kind);
     kept = {};
@@ -53,27 +53,8 @@ bool TxnModSub(App& app, TxnKind kind, const TxnModHead& head) {
     SalesModHead common;
     common.txnID = head.txnID;
     common.editSequence = head.editSequence;
-    common.callerLabel = k.modLabel;
     common.shipMethod = head.shipMethod;
-    common.sendNow = head.sendNow;
-    common.request = &set;
     return SalesCommonModSub(app, *mod, common);
-}
-
-bool InvoiceModSub(App& app, const TxnModHead& head) {
-    return TxnModSub(app, TxnKind::Invoice, head);
-}
-
-bool EstimateModSub(App& app, const TxnModHead& head) {
-    return TxnModSub(app, TxnKind::Estimate, head);
-}
-
-bool SalesOrderModSub(App& app, const TxnModHead& head) {
-    return TxnModSub(app, TxnKind::SalesOrder, head);
-}
-
-bool SalesReceiptModSub(App& app, const TxnModHead& head) {
-    return TxnModSub(app, TxnKind::SalesReceipt, head);
 }
 
 Node* KeptModify(App& app, TxnKind kind) {
