@@ -3,8 +3,10 @@
 // qbIntegration_test).
 #include <gtest/gtest.h>
 
+#include "app/text.h"
 #include "fakes/qbFakes.h"
 #include "qb/qbCommon.h"
+#include "qb/qbxmlResponse.h"
 
 namespace pelmark::qb {
 namespace {
@@ -34,7 +36,7 @@ TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
     EXPECT_EQ(FindItem(t.app, "LABOR:INSTALL"), &t.app.items.items[0]);
     EXPECT_EQ(t.app.items.salesTaxItems.count("ca tax"), 1u);
     EXPECT_EQ(t.app.items.salesTaxGroups.count("Bay Area"), 1u);
-    EXPECT_TRUE(t.Traced("PIIIX, I St Grp "));
+    EXPECT_TRUE(t.Logged("PIIIX, I St Grp "));
     const auto err = t.ErrLines();
     EXPECT_NE(std::find(err.begin(), err.end(), "ERROR\tUnknown Item Type ItemFutureRet"),
               err.end());
@@ -76,7 +78,7 @@ TEST_F(QbListsTest, StatusesThatAreNotErrorsAndThoseThatAre) {
         EXPECT_EQ(Sent().size(), c.answers.size());
         EXPECT_EQ(t.app.items.count(), c.items);
         if (c.ok) {
-            EXPECT_TRUE(t.Traced(c.reported)) << c.reported;
+            EXPECT_TRUE(t.Logged(c.reported)) << c.reported;
             EXPECT_TRUE(t.prompter.shown.empty());
             continue;
         }
@@ -100,23 +102,13 @@ TEST_F(QbListsTest, ATransportFailureInAListQueryIsReported) {
 // The three lists as read (tests/data/qb/lists.txt); a second customer query replaces the list,
 // and one that finds nothing (the default answer) says so.
 TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
-    t.company().Script(
-        "CustomerQueryRq",
-        OkRs("CustomerQueryRs",
-             "<CustomerRet><ListID>C-1</ListID><EditSequence>3</EditSequence><Name>Acme</Name>"
-             "<FullName>Acme</FullName><IsActive>true</IsActive></CustomerRet>"
-             "<CustomerRet><ListID>C-2</ListID><EditSequence>4</EditSequence><Name>Job 1</Name>"
-             "<FullName>Acme:Job 1</FullName><IsActive>false</IsActive></CustomerRet>"));
-    t.company().Script("SalesTaxCodeQueryRq",
-                       OkRs("SalesTaxCodeQueryRs",
-                            "<SalesTaxCodeRet><ListID>S-1</ListID><EditSequence>2</EditSequence>"
-                            "<Name>Non</Name><IsActive>false</IsActive><IsTaxable>false"
-                            "</IsTaxable><Desc>Non-Taxable Sales</Desc></SalesTaxCodeRet>"));
-    t.company().Script("TemplateQueryRq",
-                       OkRs("TemplateQueryRs",
-                            "<TemplateRet><ListID>T-1</ListID><Name>Custom Estimate</Name>"
-                            "<IsActive>false</IsActive><TemplateType>Estimate</TemplateType>"
-                            "</TemplateRet>"));
+    // tests/data/qb/lists-answers.xml: one answer for each of the three queries.
+    const ResponseParseResult answers =
+        ParseResponseSet(test::SourceFile("tests/data/qb/lists-answers.xml"));
+    for (std::size_t i = 0; i < answers.set.ResponseList().Count(); ++i) {
+        const Response rs = answers.set.ResponseList().GetAt(i);
+        t.company().Script(ReplaceAll(rs.TypeName(), "QueryRs", "QueryRq"), rs.ToXMLString());
+    }
     ASSERT_TRUE(CustomerQuerySub(t.app) && SalesTaxCodeQuerySub(t.app) && TemplateQuerySub(t.app));
     std::string lists;
     for (const CustomerRec& c : t.app.qb.customers)
@@ -130,7 +122,7 @@ TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
                  "\n";
     ASSERT_TRUE(CustomerQuerySub(t.app));
     EXPECT_TRUE(t.app.qb.customers.empty());
-    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
+    EXPECT_TRUE(t.Logged("Customer Query Sub no customer ret list "));
     test::ExpectRecorded("lists", lists);
 }
 

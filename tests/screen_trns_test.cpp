@@ -211,15 +211,11 @@ TEST_F(ScreenTrnsTest, MaximizedWindowNeedsTheFullScreenOption) {
     s.windows = {MakeTrnsWindow(TrnsKind::Invoice, kInvoice)};
     Open(s);
     EXPECT_EQ(GetTrnsNo(t.app), kTrnsMaximized);
-    ASSERT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_EQ(t.prompter.shown[0].text, "Program does not support full screen transaction mode");
-    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark");
-    EXPECT_FALSE(t.app.screen.qbFoundFlag);
-    EXPECT_TRUE(desktop->keysSent.empty());
-
+    EXPECT_EQ(t.prompter.Texts(),
+              std::vector<std::string>{"Program does not support full screen transaction mode"});
+    EXPECT_FALSE(t.app.screen.qbFoundFlag || !desktop->keysSent.empty());
     t.app.frmMain.Find("lstOptionsInternal")->selected[kOptFullScreenMode] = true;
     EXPECT_EQ(GetTrnsNo(t.app), "1001");
-    EXPECT_EQ(t.prompter.shown.size(), 1u);
 }
 
 TEST_F(ScreenTrnsTest, MessageModeReadsTheFieldEditorAndSendsOnlyNavigation) {
