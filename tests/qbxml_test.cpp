@@ -325,6 +325,8 @@ TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
             EXPECT_EQ(ResponseTypeName(rs.Type()), rs.TypeName()) << name;
             EXPECT_EQ(rs.Detail().IsNull(), rs.Element().Children().empty()) << name;
         }
+        EXPECT_TRUE(list.GetAt(list.Count()).IsNull() &&
+                    list.GetAt(list.Count()).Type() == kRtUnknown);
     }
     EXPECT_EQ(sets, 16);
     EXPECT_EQ(fragments, 1);
