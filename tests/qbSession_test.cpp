@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "app/logs.h"
+#include "app/text.h"
 #include "fakes/qbFakes.h"
 #include "qb/qbCommon.h"
 
@@ -17,42 +18,31 @@ using test::QbTestApp;
 const char* const kNoInvoiceMods =
     "This version of QuickBooks does not support Invoice modifications.";
 
+// tests/data/qb-versions.txt: versions|request version|message|from 3.0.
 TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
-    struct Case {
-        std::vector<std::string> versions;
-        const char* version;  // of the request sets
-        bool message;         // "does not support Invoice modifications"
-        bool from30;          // line custom fields (TxnLineID in DataExt) and templates
-    } cases[] = {
-        {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false, true},
-        {{"1.0", "2.0", "16.0"}, "13.0", false, true},
-        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.1", false, true},
-        {{"1.0", "2.0", "3.0", "6.0"}, "6.0", false, true},
-        {{"1.0", "2.0", "2.1"}, "2.1", false, false},
-        {{"1.0", "2.0"}, "2.0", true, false},
-        {{"CA3.0", "2.0", "1.1"}, "2.0", true, false},  // a country-marked entry counts as 0
-    };
-    for (const Case& c : cases) {
+    for (const auto& row : test::DataRows("qb-versions.txt")) {
+        const std::string version = row.at(1);
+        const bool message = row.at(2) == "yes", from30 = row.at(3) == "yes";
         QbTestApp t;
-        t.company().versions = c.versions;
+        t.company().versions = Split(row.at(0), ' ');
         ASSERT_TRUE(QBOpen(t.app));
-        const std::string version = std::string("<?qbxml version=\"") + c.version + "\"?>";
+        const std::string header = "<?qbxml version=\"" + version + "\"?>";
         // The host query always goes as 1.0; everything after it at the chosen version.
         const auto& sent = t.transport().requests;
         ASSERT_GE(sent.size(), 2u);
         EXPECT_NE(sent[0].find("<?qbxml version=\"1.0\"?>"), std::string::npos);
         for (std::size_t i = 1; i < sent.size(); ++i)
-            EXPECT_NE(sent[i].find(version), std::string::npos) << c.version << "\n" << sent[i];
-        EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), c.version);
-        EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, c.message) << c.version;
-        EXPECT_TRUE(t.Logged(std::string("QB Opening as ") + c.version + "OE="));
-        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.from30) << c.version;
+            EXPECT_NE(sent[i].find(header), std::string::npos) << version << "\n" << sent[i];
+        EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), version);
+        EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, message) << version;
+        EXPECT_TRUE(t.Logged(std::string("QB Opening as ") + version + "OE="));
+        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, from30) << version;
         // The line-field probe is built, never sent, and leaves the default request set empty.
         for (const std::string& rq : sent) EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
         EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
         const std::size_t before = sent.size();
         EXPECT_TRUE(TemplateQuerySub(t.app)) << "before 3.0 there is nothing to ask";
-        EXPECT_EQ(sent.size() > before, c.from30) << c.version;
+        EXPECT_EQ(sent.size() > before, from30) << version;
     }
     EXPECT_EQ(ChooseRequestVersion("8"), (std::pair<std::string, std::string>{"8", "0"}));
 }
