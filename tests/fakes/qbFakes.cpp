@@ -147,7 +147,11 @@ std::string FakeQuickBooks::Answer(const std::string& requestText) {
                 "</MajorVersion><MinorVersion>0</MinorVersion><Country>US</Country>";
             for (const std::string& v : versions)
                 host += "<SupportedQBXMLVersion>" + v + "</SupportedQBXMLVersion>";
-            element = OkRs(rsName, host + "<QBFileMode>SingleUser</QBFileMode></HostRet>", id);
+            element = OkRs(rsName,
+                           host +
+                               "<IsAutomaticLogin>false</IsAutomaticLogin><QBFileMode>SingleUser"
+                               "</QBFileMode></HostRet>",
+                           id);
         } else if (name == "CompanyQueryRq") {
             element = OkRs(rsName,
                            "<CompanyRet><CompanyName>" + companyName +
