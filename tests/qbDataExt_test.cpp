@@ -43,59 +43,42 @@ struct QbDataExtTest : test::OpenQbTest {
     }
 };
 
+// Each case: the first call and whether it may fall back; QuickBooks' answers in the order the
+// requests go (N: no value yet, 3120; R: refused, 3100; O: OK); the requests sent; the result.
 TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
     const struct {
-        const char* name;
-        bool add;  // start with DataExtAddTxn
-        bool fallBackToMod;
-        std::vector<std::string> answers;  // in the order the requests are sent
-        const char* sent;
+        const char *call, *answers, *sent;
         bool ok;
-        std::size_t prompts;
     } cases[] = {
-        {"mod, no value, add", false, false, {NoValue(), OkRs("DataExtAddRs")}, "Mod Add", true, 0},
-        {"mod, other failure", false, false, {Refused("DataExtModRs")}, "Mod", false, 1},
-        {"mod, no value, add fails",
-         false,
-         true,
-         {NoValue(), Refused("DataExtAddRs")},
-         "Mod Add",
-         false,
-         1},
-        {"add fails, no fallback", true, false, {Refused("DataExtAddRs")}, "Add", false, 1},
-        {"add fails, mod works",
-         true,
-         true,
-         {Refused("DataExtAddRs"), OkRs("DataExtModRs")},
-         "Add Mod",
-         true,
-         0},
-        {"add fails, mod says 3120",
-         true,
-         true,
-         {Refused("DataExtAddRs"), NoValue()},
-         "Add Mod",
-         false,
-         1},
+        {"mod", "NO", "Mod Add", true},           {"mod", "R", "Mod", false},
+        {"mod fallback", "NR", "Mod Add", false}, {"add", "R", "Add", false},
+        {"add fallback", "RO", "Add Mod", true},  {"add fallback", "RN", "Add Mod", false},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.call) + " " + c.answers);
         t.prompter.shown.clear();
         sentBefore = t.transport().requests.size();
-        for (const std::string& a : c.answers) t.transport().Queue(test::QbxmlAnswer({a}));
+        const bool add = c.call[0] == 'a';
+        for (const char* a = c.answers; *a; ++a) {  // each answer names its request
+            const std::string rs = (a == c.answers) == add ? "DataExtAddRs" : "DataExtModRs";
+            t.transport().Queue(test::QbxmlAnswer({*a == 'N'   ? NoValue()
+                                                   : *a == 'R' ? Refused(rs)
+                                                               : OkRs(rs)}));
+        }
         DataExtOptions o = Red();
-        o.fallBackToMod = c.fallBackToMod;
-        EXPECT_EQ(c.add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o), c.ok) << c.name;
-        EXPECT_EQ(SentOps(), c.sent) << c.name;
-        EXPECT_EQ(t.prompter.shown.size(), c.prompts) << c.name << "\n" << t.Prompts();
-        if (!c.add && c.ok) {  // the add after a modify that found no value carries the value
-            const std::string add = t.transport().requests.back();
-            EXPECT_NE(add.find("<DataExtValue>Red</DataExtValue>"), std::string::npos);
-            EXPECT_NE(add.find("<TxnDataExtType>Invoice</TxnDataExtType>"), std::string::npos);
+        o.fallBackToMod = std::string(c.call).ends_with("fallback");
+        EXPECT_EQ(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o), c.ok);
+        EXPECT_EQ(SentOps(), c.sent);
+        EXPECT_EQ(t.prompter.shown.size(), c.ok ? 0u : 1u) << t.Prompts();
+        if (!add && c.ok) {  // the add after a modify that found no value carries the value
+            const std::string rq = t.transport().requests.back();
+            EXPECT_NE(rq.find("<DataExtValue>Red</DataExtValue>"), std::string::npos);
+            EXPECT_NE(rq.find("<TxnDataExtType>Invoice</TxnDataExtType>"), std::string::npos);
         }
     }
     // Both steps of the fallback are traced.
-    EXPECT_TRUE(t.Traced("Data Ext Mod Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,"));
-    EXPECT_TRUE(t.Traced("Data Ext Add Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,False"));
+    EXPECT_TRUE(t.Logged("Data Ext Mod Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,"));
+    EXPECT_TRUE(t.Logged("Data Ext Add Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,False"));
 }
 
 TEST_F(QbDataExtTest, AnEmptyValueWithDeleteWhenEmptySendsOneDelete) {
@@ -111,7 +94,7 @@ TEST_F(QbDataExtTest, AnEmptyValueWithDeleteWhenEmptySendsOneDelete) {
         EXPECT_EQ(del.find("DataExtValue"), std::string::npos);
         EXPECT_NE(del.find("<TxnLineID>1A2D-1234567890</TxnLineID>"), std::string::npos);
     }
-    EXPECT_TRUE(t.Traced("Data Ext Del Txn Sub 0,Colour,1A2B-1234567890,Invoice,1A2D-1234567890"));
+    EXPECT_TRUE(t.Logged("Data Ext Del Txn Sub 0,Colour,1A2B-1234567890,Invoice,1A2D-1234567890"));
 }
 
 TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {

@@ -3,8 +3,10 @@
 // qbIntegration_test).
 #include <gtest/gtest.h>
 
+#include "app/text.h"
 #include "fakes/qbFakes.h"
 #include "qb/qbCommon.h"
+#include "qb/qbxmlResponse.h"
 
 namespace pelmark::qb {
 namespace {
@@ -34,7 +36,7 @@ TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
     EXPECT_EQ(FindItem(t.app, "LABOR:INSTALL"), &t.app.items.items[0]);
     EXPECT_EQ(t.app.items.salesTaxItems.count("ca tax"), 1u);
     EXPECT_EQ(t.app.items.salesTaxGroups.count("Bay Area"), 1u);
-    EXPECT_TRUE(t.Traced("PIIIX, I St Grp "));
+    EXPECT_TRUE(t.Logged("PIIIX, I St Grp "));
     const auto err = t.ErrLines();
     EXPECT_NE(std::find(err.begin(), err.end(), "ERROR\tUnknown Item Type ItemFutureRet"),
               err.end());
@@ -43,47 +45,36 @@ TEST_F(QbListsTest, EveryItemKindIsFiledByItsRulesAndUnknownKindsAreSkipped) {
 // Status 1 (none) and warnings are traced, not errors; other codes and a second refusal for
 // permissions are reported once.
 TEST_F(QbListsTest, StatusesThatAreNotErrorsAndThoseThatAre) {
+    const std::string labor =
+        "<ItemServiceRet><Name>Labor</Name><FullName>Labor</FullName></ItemServiceRet>";
+    const std::string denied = Rs("ItemQueryRs", 3260, "Error", kNoPermission);
     const struct {
         std::vector<std::string> answers;
-        bool ok;
-        std::size_t items;
-        const char* reported;  // in the trace when ok, else in the prompt
+        std::size_t items;     // none when the query failed
+        const char* reported;  // in the trace when it did not fail, else in the one prompt
     } cases[] = {
-        {{Rs("ItemQueryRs", 1, "Info", "m")},
-         true,
-         0,
-         "Item Query Status: Code = 1, Message = m, Severity = Info"},
-        {{Rs("ItemQueryRs", 500, "Warn", "m",
-             "<ItemServiceRet><Name>Labor</Name><FullName>Labor</FullName></ItemServiceRet>")},
-         true,
-         1,
-         "Item Query Status: Code = 500, Message = m, Severity = Warn"},
+        {{Rs("ItemQueryRs", 1, "Info", "m")}, 0, "Item Query Status: Code = 1, Message = m"},
+        {{Rs("ItemQueryRs", 500, "Warn", "m", labor)}, 1, "Item Query Status: Code = 500, "},
         {{Rs("ItemQueryRs", 3250, "Error", "Feature not enabled")},
-         false,
          0,
          "Item  could not be retried from QuickBooks\r\nError = 3250 Feature not enabled"},
-        {{Rs("ItemQueryRs", 3260, "Error", kNoPermission),
-          Rs("ItemQueryRs", 3260, "Error", kNoPermission)},
-         false,
-         0,
-         "Error = 3260 Insufficient permission level"},
+        {{denied, denied}, 0, "Error = 3260 Insufficient permission level"},
     };
     for (const auto& c : cases) {
         t.prompter.shown.clear();
         sentBefore = t.transport().requests.size();
         for (const std::string& a : c.answers) t.company().Script("ItemQueryRq", a);
-        EXPECT_EQ(ItemQuerySub(t.app), c.ok);
+        const bool ok = std::string(c.reported).starts_with("Item Query");
+        EXPECT_EQ(ItemQuerySub(t.app), ok);
         EXPECT_EQ(Sent().size(), c.answers.size());
         EXPECT_EQ(t.app.items.count(), c.items);
-        if (c.ok) {
-            EXPECT_TRUE(t.Traced(c.reported)) << c.reported;
-            EXPECT_TRUE(t.prompter.shown.empty());
-            continue;
+        EXPECT_EQ(t.prompter.shown.size(), ok ? 0u : 1u);
+        if (ok) {
+            EXPECT_TRUE(t.Logged(c.reported)) << c.reported;
+        } else {
+            EXPECT_NE(t.Prompts().find(c.reported), std::string::npos) << t.Prompts();
+            EXPECT_NE(t.Prompts().find(kContinueOrTerminate), std::string::npos);
         }
-        ASSERT_EQ(t.prompter.shown.size(), 1u);
-        EXPECT_NE(t.prompter.shown[0].text.find(c.reported), std::string::npos)
-            << t.prompter.shown[0].text;
-        EXPECT_NE(t.prompter.shown[0].text.find(kContinueOrTerminate), std::string::npos);
     }
 }
 
@@ -100,23 +91,13 @@ TEST_F(QbListsTest, ATransportFailureInAListQueryIsReported) {
 // The three lists as read (tests/data/qb/lists.txt); a second customer query replaces the list,
 // and one that finds nothing (the default answer) says so.
 TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
-    t.company().Script(
-        "CustomerQueryRq",
-        OkRs("CustomerQueryRs",
-             "<CustomerRet><ListID>C-1</ListID><EditSequence>3</EditSequence><Name>Acme</Name>"
-             "<FullName>Acme</FullName><IsActive>true</IsActive></CustomerRet>"
-             "<CustomerRet><ListID>C-2</ListID><EditSequence>4</EditSequence><Name>Job 1</Name>"
-             "<FullName>Acme:Job 1</FullName><IsActive>false</IsActive></CustomerRet>"));
-    t.company().Script("SalesTaxCodeQueryRq",
-                       OkRs("SalesTaxCodeQueryRs",
-                            "<SalesTaxCodeRet><ListID>S-1</ListID><EditSequence>2</EditSequence>"
-                            "<Name>Non</Name><IsActive>false</IsActive><IsTaxable>false"
-                            "</IsTaxable><Desc>Non-Taxable Sales</Desc></SalesTaxCodeRet>"));
-    t.company().Script("TemplateQueryRq",
-                       OkRs("TemplateQueryRs",
-                            "<TemplateRet><ListID>T-1</ListID><Name>Custom Estimate</Name>"
-                            "<IsActive>false</IsActive><TemplateType>Estimate</TemplateType>"
-                            "</TemplateRet>"));
+    // tests/data/qb/lists-answers.xml: one answer for each of the three queries.
+    const ResponseParseResult answers =
+        ParseResponseSet(test::SourceFile("tests/data/qb/lists-answers.xml"));
+    for (std::size_t i = 0; i < answers.set.ResponseList().Count(); ++i) {
+        const Response rs = answers.set.ResponseList().GetAt(i);
+        t.company().Script(ReplaceAll(rs.TypeName(), "QueryRs", "QueryRq"), rs.ToXMLString());
+    }
     ASSERT_TRUE(CustomerQuerySub(t.app) && SalesTaxCodeQuerySub(t.app) && TemplateQuerySub(t.app));
     std::string lists;
     for (const CustomerRec& c : t.app.qb.customers)
@@ -130,7 +111,7 @@ TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
                  "\n";
     ASSERT_TRUE(CustomerQuerySub(t.app));
     EXPECT_TRUE(t.app.qb.customers.empty());
-    EXPECT_TRUE(t.Traced("Customer Query Sub no customer ret list "));
+    EXPECT_TRUE(t.Logged("Customer Query Sub no customer ret list "));
     test::ExpectRecorded("lists", lists);
 }
 

@@ -2,7 +2,10 @@
 // of the lists.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "app/logs.h"
+#include "app/text.h"
 #include "fakes/qbFakes.h"
 #include "qb/qbCommon.h"
 
@@ -15,42 +18,31 @@ using test::QbTestApp;
 const char* const kNoInvoiceMods =
     "This version of QuickBooks does not support Invoice modifications.";
 
+// tests/data/qb-versions.txt: versions|request version|message|from 3.0.
 TEST(QbSession, RequestVersionIsTheHostsHighestCappedAt130) {
-    struct Case {
-        std::vector<std::string> versions;
-        const char* version;  // of the request sets
-        bool message;         // "does not support Invoice modifications"
-        bool from30;          // line custom fields (TxnLineID in DataExt) and templates
-    } cases[] = {
-        {{"1.0", "2.0", "2.1", "3.0", "13.0", "14.0"}, "13.0", false, true},
-        {{"1.0", "2.0", "16.0"}, "13.0", false, true},
-        {{"1.0", "2.0", "6.0", "7.0", "7.1"}, "7.1", false, true},
-        {{"1.0", "2.0", "3.0", "6.0"}, "6.0", false, true},
-        {{"1.0", "2.0", "2.1"}, "2.1", false, false},
-        {{"1.0", "2.0"}, "2.0", true, false},
-        {{"CA3.0", "2.0", "1.1"}, "2.0", true, false},  // a country-marked entry counts as 0
-    };
-    for (const Case& c : cases) {
+    for (const auto& row : test::DataRows("qb-versions.txt")) {
+        const std::string version = row.at(1);
+        const bool message = row.at(2) == "yes", from30 = row.at(3) == "yes";
         QbTestApp t;
-        t.company().versions = c.versions;
+        t.company().versions = Split(row.at(0), ' ');
         ASSERT_TRUE(QBOpen(t.app));
-        const std::string version = std::string("<?qbxml version=\"") + c.version + "\"?>";
+        const std::string header = "<?qbxml version=\"" + version + "\"?>";
         // The host query always goes as 1.0; everything after it at the chosen version.
         const auto& sent = t.transport().requests;
         ASSERT_GE(sent.size(), 2u);
         EXPECT_NE(sent[0].find("<?qbxml version=\"1.0\"?>"), std::string::npos);
         for (std::size_t i = 1; i < sent.size(); ++i)
-            EXPECT_NE(sent[i].find(version), std::string::npos) << c.version << "\n" << sent[i];
-        EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), c.version);
-        EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, c.message) << c.version;
-        EXPECT_TRUE(t.Traced(std::string("QB Opening as ") + c.version + "OE="));
-        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, c.from30) << c.version;
+            EXPECT_NE(sent[i].find(header), std::string::npos) << version << "\n" << sent[i];
+        EXPECT_EQ(RequestSet(t.app, kRsDataExt)->Version(), version);
+        EXPECT_EQ(t.Prompts().find(kNoInvoiceMods) != std::string::npos, message) << version;
+        EXPECT_TRUE(t.Logged(std::string("QB Opening as ") + version + "OE="));
+        EXPECT_EQ(t.app.qb.lineCustomFieldsSupported, from30) << version;
         // The line-field probe is built, never sent, and leaves the default request set empty.
         for (const std::string& rq : sent) EXPECT_EQ(rq.find("000ItemTest"), std::string::npos);
         EXPECT_EQ(RequestSet(t.app)->Count(), 0u);
         const std::size_t before = sent.size();
         EXPECT_TRUE(TemplateQuerySub(t.app)) << "before 3.0 there is nothing to ask";
-        EXPECT_EQ(sent.size() > before, c.from30) << c.version;
+        EXPECT_EQ(sent.size() > before, from30) << version;
     }
     EXPECT_EQ(ChooseRequestVersion("8"), (std::pair<std::string, std::string>{"8", "0"}));
 }
@@ -59,12 +51,10 @@ TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
     QbTestApp t;
     ASSERT_TRUE(QBOpen(t.app));
     auto& tr = t.transport();
-    EXPECT_EQ(tr.appName, "Corvalt's Pelmark");
+    EXPECT_EQ(tr.appName + "|" + t.app.qb.companyFileName + "|" + t.app.qb.company.name,
+              "Corvalt's Pelmark|" + tr.companyFile + "|Sample Co");
     EXPECT_EQ(tr.openMode, kOpenDoNotCare);
-    EXPECT_EQ(t.app.qb.companyFileName, tr.companyFile);
-    EXPECT_EQ(t.app.qb.company.name, "Sample Co");
-    EXPECT_EQ(t.app.qb.hostProductName, "QuickBooks Pro 2014");
-    EXPECT_TRUE(t.Traced("QB Open Host Product Name is QuickBooks Pro 2014 V24.0"));
+    EXPECT_TRUE(t.Logged("QB Open Host Product Name is QuickBooks Pro 2014 V24.0"));
 
     const std::size_t calls = tr.calls.size();
     EXPECT_TRUE(QBOpen(t.app));
@@ -78,7 +68,7 @@ TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
     EXPECT_EQ(RequestSet(t.app), nullptr);
 
     ASSERT_TRUE(QBOpen(t.app));  // opens again from the connection
-    EXPECT_EQ(tr.Count("OpenConnection"), 2);
+    EXPECT_EQ(std::count(tr.calls.begin(), tr.calls.end(), "OpenConnection"), 2);
     EXPECT_EQ(t.app.closeSteps.size(), 1u) << "QBClose is registered once";
     CloseAll(t.app);
     EXPECT_FALSE(tr.connected);
@@ -88,14 +78,14 @@ TEST(QbSession, OpensOnceUnderTheCompanysNameAndClosesCleanly) {
 // the session closed; the next use tries again.
 TEST(QbSession, AFailedOpenIsReportedAndLeavesTheSessionClosed) {
     struct Case {
-        const char* method;  // "" for the custom-field definition query, call 6
+        const char* method;
         uint32_t hresult;
         const char* answer;  // the host query's answer in place of a failed call
     } cases[] = {
         {"OpenConnection", 0x80040408, nullptr},
         {"BeginSession", 0x80040416, nullptr},
-        {"ProcessRequest", 0x800706BA, nullptr},  // the host query
-        {"", 0x800706BE, nullptr},
+        {"ProcessRequest", 0x800706BA, nullptr},     // the host query
+        {"DataExtDefQueryRq", 0x800706BE, nullptr},  // the third request
         {"ProcessRequest", 0x80040202, "this is not XML"},
         {"ProcessRequest", 0x80040202,
          "<?xml version=\"1.0\" ?><QBXML><QBXMLMsgsRs><HostQueryRs statusCode=\"0\""},
@@ -107,19 +97,18 @@ TEST(QbSession, AFailedOpenIsReportedAndLeavesTheSessionClosed) {
     for (const Case& c : cases) {
         QbTestApp t;
         auto& tr = t.transport();
+        const bool third = std::string(c.method) == "DataExtDefQueryRq";
+        const std::string method = third ? "ProcessRequest" : c.method;
         if (c.answer) {
             tr.Queue(c.answer);
-        } else if (*c.method) {
-            tr.FailNext(c.method, c.hresult);
         } else {
-            tr.FailCall(6, c.hresult);
+            tr.FailNext(method, c.hresult, third ? 2 : 0);
         }
         // QBInit stops at the failed open: one prompt, not one per list.
         EXPECT_FALSE(std::string(c.method) == "OpenConnection" ? QBInit(t.app) : QBOpen(t.app));
         EXPECT_EQ(t.prompter.shown.size(), 1u) << c.method;
         EXPECT_FALSE(t.app.qb.sessionOpen || tr.connected || tr.inSession) << c.method;
         const std::string prompts = t.Prompts();
-        const std::string method = *c.method ? c.method : "ProcessRequest";
         EXPECT_NE(prompts.find("QB Open Err=" + ErrNumberText(c.hresult) +
                                (c.answer ? " " : " " + method + " failed: ")),
                   std::string::npos)
@@ -148,11 +137,8 @@ TEST(QbSession, ReadsTheCustomFieldDefinitionsAndOpensWithoutThem) {
     ASSERT_TRUE(QBOpen(t.app));
     const auto& defs = t.app.qb.dataExtDefs;
     ASSERT_EQ(defs.size(), 2u);
-    EXPECT_EQ(defs[0].name, "Colour");
+    EXPECT_EQ(defs[0].name + defs[1].type, "ColourQUANTYPE");
     EXPECT_EQ(defs[0].assignToObject, (std::vector<std::string>{"Invoice", "Item"}));
-    EXPECT_EQ(defs[1].type, "QUANTYPE");
-    for (const char* step : {"Entered ", "Continue ", "Exit "})
-        EXPECT_TRUE(t.Traced(std::string("Get Data Extentions ") + step)) << step;
 
     // A failed definition query is traced, and the session opens all the same.
     QbTestApp failed;
@@ -160,7 +146,7 @@ TEST(QbSession, ReadsTheCustomFieldDefinitionsAndOpensWithoutThem) {
                             test::Rs("DataExtDefQueryRs", 3250, "Error", "Feature not enabled"));
     ASSERT_TRUE(QBOpen(failed.app));
     EXPECT_TRUE(failed.app.qb.dataExtDefs.empty());
-    EXPECT_TRUE(failed.Traced("FillDataExts unexpexcted Error - 3250 Feature not enabled"));
+    EXPECT_TRUE(failed.Logged("FillDataExts unexpexcted Error - 3250 Feature not enabled"));
     EXPECT_TRUE(failed.prompter.shown.empty());
 }
 
@@ -185,25 +171,13 @@ TEST(QbSession, InitLoadsCustomersTemplatesAndItemsWithProgress) {
         for (const std::string& rq : t.company().answered) transcript += rq + " ";
         for (const ItemRec& item : t.app.items.items) transcript += "\n" + test::ShowItem(item);
         transcript += "\n";
-        EXPECT_TRUE(t.Traced(std::string(box) == "chkBypassCustomerQuery"
+        EXPECT_TRUE(t.Logged(std::string(box) == "chkBypassCustomerQuery"
                                  ? "QB Init Bypassed Query Customers "
                                  : "QB Init Getting All Customers "))
             << box;
-        EXPECT_TRUE(t.Traced("QB Init Complete "));
+        EXPECT_TRUE(t.Logged("QB Init Complete "));
     }
     test::ExpectRecorded("init", transcript);
-}
-
-TEST(QbSession, InitTemplateStepUsesVersion17ForNewerOrUnknownHosts) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"16", "16"}, {"28", "17"}, {"", "17"}, {"8", "17"}};  // compared as text
-    for (const auto& [major, used] : cases) {
-        QbTestApp t;
-        t.company().Script("HostQueryRq",
-                           OkRs("HostQueryRs", test::HostRet({"7.0"}, "QuickBooks", major, "0")));
-        ASSERT_TRUE(QBInit(t.app));
-        EXPECT_TRUE(t.Traced(std::string("Template Query Sub Entered ") + used)) << major;
-    }
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // a scripted QuickBooks, and their conformance to Intuit's qbXML reference.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "app/logs.h"
 #include "app/text.h"
 #include "fakes/qbFakes.h"
@@ -9,9 +11,6 @@
 
 namespace pelmark::qb {
 namespace {
-
-const TxnKind kSalesKinds[] = {TxnKind::Invoice, TxnKind::Estimate, TxnKind::SalesOrder,
-                               TxnKind::SalesReceipt};
 
 // A returned transaction of the kind holding `lines` (LINE and GROUP replaced).
 std::string Ret(TxnKind kind, const std::string& lines, const std::string& id = "T1") {
@@ -35,11 +34,6 @@ struct QbTxnTest : test::OpenQbTest {
         t.company().Script(KindInfo(kind).queryRq, test::OkRs(QueryRs(kind), rets));
     }
     const TxnState& Txn() const { return t.app.qb.txn; }
-    // The request element `name` of the last request sent.
-    View LastRequest(const std::string& name) {
-        request_ = ParseXmlFragment(t.transport().requests.back());
-        return request_.root.Child("QBXMLMsgsRq/" + name);
-    }
     // Sends the modify being built, as the write-back does.
     bool SendMod() {
         DoRequestOptions send;
@@ -49,9 +43,6 @@ struct QbTxnTest : test::OpenQbTest {
     void ExpectValid(const std::string& scenario) {
         test::ExpectValidRequests(scenario, t.transport().requests);
     }
-
-  private:
-    ResponseParseResult request_;
 };
 
 // Each filter as sent: tests/data/qb/txn-filters.txt.
@@ -101,23 +92,10 @@ TEST_F(QbTxnTest, AReversedRangeIsAskedAboutBeforeAnythingIsSent) {
     test::ExpectRecorded("txn-reversed-range", transcript);
 }
 
-// The dates a user types, as the query sends them; "" for none that can be sent.
+// tests/data/qb-dates.txt: typed|sent.
 TEST(QbTxnDates, UsAndIsoFormsAndNothingElse) {
-    const std::pair<const char*, const char*> cases[] = {{" 2024-03-01T10:00 ", "2024-03-01T10:00"},
-                                                         {"11/12/2024", "2024-11-12"},
-                                                         {"1/2/99", "1999-01-02"},
-                                                         {"12/31/49", "2049-12-31"},
-                                                         {"1/2/50", "1950-01-02"},
-                                                         {"2024-0x-01", ""},
-                                                         {"13/1/2024", ""},
-                                                         {"0/1/2024", ""},
-                                                         {"1/0/2024", ""},
-                                                         {"1/1/20245", ""},
-                                                         {"1/32/2024", ""},
-                                                         {"1/1/124", ""},
-                                                         {"1/2", ""},
-                                                         {"2024-3-01", ""}};
-    for (const auto& [typed, sent] : cases) EXPECT_EQ(QbxmlDate(typed), sent) << typed;
+    for (const auto& row : test::DataRows("qb-dates.txt"))
+        EXPECT_EQ(QbxmlDate(row.at(0)), row.at(1)) << row[0];
 }
 
 TEST_F(QbTxnTest, TwoMatchesAreBothKeptWithTheirOwnLines) {
@@ -145,30 +123,6 @@ std::string LineTable(const TxnState& txn) {
     return out;
 }
 
-// A real estimate (tests/data/qb/real-estimate.txt): its line table, read with every field and
-// custom field, and its lines written back as new lines, the blank ones blank and the long text
-// unchanged.
-TEST_F(QbTxnTest, TheRealEstimateIsReadWithEveryFieldAndCustomField) {
-    Answer(TxnKind::Estimate,
-           test::SourceFile(
-               "../shared/qbxml/real/"
-               "EstimateRet_subtotal_pctdiscount_blank_lines_line_and_header_dataext.xml"));
-    ASSERT_TRUE(EstimateQuerySub(t.app, {.refNumber = "Q23-0147-1"}));
-    const TxnHeader& h = Txn().txns.at(0);
-    std::string header = h.txnID + "|" + h.editSequence + "|" + h.customerFullName + "|" +
-                         h.templateFullName + "|" + h.txnDate + "|" + h.subtotal + "|" +
-                         h.salesTaxTotal + "|" + h.totalAmount + "|" + Txn().currentLineID;
-    for (const TxnCustomField& f : h.customFields) header += " [" + f.name + "=" + f.value + "]";
-
-    ASSERT_TRUE(
-        TxnModSub(t.app, TxnKind::Estimate, {h.txnID, h.editSequence, "", h.templateFullName}));
-    for (std::size_t i = 0; i < Txn().lines.size(); ++i)
-        ASSERT_TRUE(AppendQueriedLine(t.app, TxnKind::Estimate, Txn().lines, i));
-    ASSERT_TRUE(SendMod());
-    test::ExpectRecorded("real-estimate", header + "\n" + LineTable(Txn()) + t.TakeTranscript());
-    ExpectValid("real_estimate");
-}
-
 // Status 1 is "not found", stored and not shown; other codes are shown with their words
 // (tests/data/qb/txn-statuses.txt).
 TEST_F(QbTxnTest, StatusOneIsNotFoundAndOtherStatusesAreShown) {
@@ -187,7 +141,7 @@ TEST_F(QbTxnTest, StatusOneIsNotFoundAndOtherStatusesAreShown) {
         EXPECT_EQ(Txn().txns.size(), code == 0 ? 1u : 0u) << code;
         EXPECT_EQ(Txn().statusCode, code);
         if (code == 1) {
-            EXPECT_TRUE(t.Traced(std::string(KindInfo(kind).queryLabel) + "No "));
+            EXPECT_TRUE(t.Logged(std::string(KindInfo(kind).queryLabel) + "No "));
         }
         transcript += t.TakeTranscript();
     }
@@ -203,56 +157,55 @@ TEST_F(QbTxnTest, TheLineWalkStopsAfterItsRoundLimit) {
            "<SalesReceiptRet><TxnID>T1</TxnID>" + lines + "</SalesReceiptRet>");
     EXPECT_FALSE(SalesReceiptQuerySub(t.app, {.refNumber = "1001"}));
     EXPECT_EQ(Txn().lines.size(), static_cast<std::size_t>(kLineWalkLimit));
-    EXPECT_EQ(t.app.qb.storedErrorText, "SalesReceipt Query Sub Next Line Loop encountered");
-    ASSERT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_NE(t.prompter.shown[0].text.find("SalesReceipt Query Sub Next Line Loop encountered"),
-              std::string::npos);
-    EXPECT_NE(t.prompter.shown[0].text.find(kContinueOrTerminate), std::string::npos);
+    const std::string loop = "SalesReceipt Query Sub Next Line Loop encountered";
+    EXPECT_EQ(t.app.qb.storedErrorText, loop);
+    EXPECT_TRUE(t.Prompts().starts_with(loop) &&
+                t.Prompts().ends_with(kContinueOrTerminate + std::string("\n----\n")))
+        << t.Prompts();
 }
 
 // Each kind's lines are read into the line table, then written back in another order: the group
 // first, the item line last, then a blank line. Each re-listed line holds TxnLineID -1 and every
-// field of its row that the kind's line modify accepts (tests/data/qb/txn-relist.txt, checked
-// against Intuit's reference by ExpectValid).
+// field of its row that the kind's line modify accepts, cut to its length (Other1: 29). Last, a
+// real estimate, read with every field and custom field, and written back reversed with its line
+// feeds sent as "\l" (the others keep theirs): the blank lines blank (tests/data/qb/txn-relist.txt,
+// checked against Intuit's reference by ExpectValid).
 TEST_F(QbTxnTest, LinesAreTypedAndReListedAsNewLinesWithTheirFields) {
+    const std::string mixed = test::SourceFile("tests/data/qb/mixed-lines.xml");
+    const std::tuple<TxnKind, std::string, const char*, bool> cases[] = {
+        {TxnKind::Invoice, Ret(TxnKind::Invoice, mixed), "36210", false},
+        {TxnKind::Estimate, Ret(TxnKind::Estimate, mixed), "36210", false},
+        {TxnKind::SalesOrder, Ret(TxnKind::SalesOrder, mixed), "36210", false},
+        {TxnKind::SalesReceipt, Ret(TxnKind::SalesReceipt, mixed), "36210", false},
+        {TxnKind::Estimate,
+         test::SourceFile(
+             "../shared/qbxml/real/"
+             "EstimateRet_subtotal_pctdiscount_blank_lines_line_and_header_dataext.xml"),
+         "9876543210", true}};
     std::string transcript;
-    for (TxnKind kind : kSalesKinds) {
+    for (const auto& [kind, answer, rows, convert] : cases) {
         const TxnKindInfo& k = KindInfo(kind);
-        Answer(kind, Ret(kind, test::SourceFile("tests/data/qb/mixed-lines.xml")));
+        Answer(kind, answer);
         ASSERT_TRUE(TxnQuerySub(t.app, kind, {.refNumber = "1001"})) << k.name;
-        EXPECT_EQ(Txn().txns.at(0).lineCount, 7u);
-        EXPECT_EQ(Txn().currentLineID, kind == TxnKind::Invoice ? "M2" : "-1");
-        EXPECT_EQ((t.app.qb.*k.ret).GetValue("TxnID"), "T1");
-
-        ASSERT_TRUE(TxnModSub(t.app, kind, {"T1", "ET1", "UPS", "Intuit Product Invoice"}));
-        for (std::size_t row : {3u, 6u, 2u, 1u, 0u})
-            ASSERT_TRUE(AppendQueriedLine(t.app, kind, Txn().lines, row)) << k.name << " " << row;
+        const TxnHeader& h = Txn().txns.at(0);
+        transcript += std::string("=== ") + k.name + "\n" + h.txnID + "|" + h.editSequence + "|" +
+                      h.customerFullName + "|" + h.templateFullName + "|" + h.txnDate + "|" +
+                      h.subtotal + "|" + h.salesTaxTotal + "|" + h.totalAmount + "|" +
+                      Txn().currentLineID + "|" + std::to_string(h.lineCount);
+        for (const TxnCustomField& f : h.customFields)
+            transcript += " [" + f.name + "=" + f.value + "]";
+        EXPECT_EQ((t.app.qb.*k.ret).GetValue("TxnID"), h.txnID);
+        ASSERT_TRUE(TxnModSub(t.app, kind, {h.txnID, h.editSequence, "UPS", h.templateFullName}));
+        for (const char* row = rows; *row; ++row)
+            ASSERT_TRUE(AppendQueriedLine(t.app, kind, Txn().lines, *row - '0',
+                                          {.convertLineFeeds = convert}))
+                << k.name << *row;
         ASSERT_TRUE(AppendBlankLine(t.app, kind));
         ASSERT_TRUE(SendMod()) << t.Prompts();
-        transcript += std::string("=== ") + k.name + "\n" + LineTable(Txn()) + t.TakeTranscript();
+        transcript += "\n" + LineTable(Txn()) + t.TakeTranscript();
     }
     test::ExpectRecorded("txn-relist", transcript);
     ExpectValid("mod");
-}
-
-// A re-listed line's texts go through the same cutting and line-feed rules as every field.
-TEST_F(QbTxnTest, LongAndMultiLineTextIsCutAndKept) {
-    ASSERT_TRUE(TxnModSub(t.app, TxnKind::Invoice, {"T1", "E1"}));
-    TxnLine row;
-    row.lineType = kLineDescOnly;
-    row.desc = "A\nB";
-    row.other1 = std::string(40, 'o');
-    for (bool convert : {false, true}) {
-        Node* line = AppendLineObjects(t.app, TxnKind::Invoice);
-        ASSERT_NE(line, nullptr);
-        CopyLineFields(*line, row, {.convertLineFeeds = convert});
-    }
-    ASSERT_TRUE(SendMod());
-    std::vector<View> lines = LastRequest("InvoiceModRq/InvoiceMod").Children("InvoiceLineMod");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].GetValue("Desc") + "|" + lines[1].GetValue("Desc"), "A\nB|A\\lB");
-    EXPECT_EQ(lines[1].GetValue("Other1"), std::string(29, 'o'));
-    ExpectValid("long_text");
 }
 
 TEST_F(QbTxnTest, LinesGoOnlyToAModifyThatIsBeingBuilt) {

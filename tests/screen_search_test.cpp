@@ -42,22 +42,21 @@ struct ScreenSearchTest : ::testing::Test {
     SimDesktop sim{WithoutQuickBooks()};
 };
 
-TEST_F(ScreenSearchTest, FindWindowLikeSkipsOneCharacterTitlesAndListsChildrenFirst) {
+// FindWindowLike skips one-character titles and lists children first; GetWindowsHandle4Text
+// takes the first match the same way.
+TEST_F(ScreenSearchTest, SearchesListChildrenFirstAndTakeTheFirstMatch) {
     sim.AddChildWindow(Top("X"), "Static", "Y");
-    Hwnd parent = Top("Parent A");
-    Hwnd child = sim.AddChildWindow(parent, "Static", "Child A");
-    Hwnd xy = Top("XY");
-    EXPECT_EQ(FindWindowLike(t.app, 0, "*", "*").handles, (std::vector<Hwnd>{child, parent, xy}));
-    EXPECT_EQ(FindWindowLike(t.app, 0, "?", "*").count(), 0);
-    EXPECT_EQ(FindWindowLike(t.app, 0, "??", "*").handles, std::vector<Hwnd>{xy});
-    EXPECT_EQ(FindWindowLike(t.app, 0, "*A", "Static").titles, std::vector<std::string>{"Child A"});
-}
-
-TEST_F(ScreenSearchTest, Handle4TextTakesTheFirstMatchChildBeforeParent) {
     Hwnd parent = Top("Match Parent");
     Hwnd child = sim.AddChildWindow(parent, "Static", "Match Child");
+    Hwnd xy = Top("XY");
     Hwnd later = Top("Match Later");
     Hwnd padded = Top("  Padded  ", "Edit");
+    EXPECT_EQ(FindWindowLike(t.app, 0, "*", "*").handles,
+              (std::vector<Hwnd>{child, parent, xy, later, padded}));
+    EXPECT_EQ(FindWindowLike(t.app, 0, "?", "*").count(), 0);
+    EXPECT_EQ(FindWindowLike(t.app, 0, "??", "*").handles, std::vector<Hwnd>{xy});
+    EXPECT_EQ(FindWindowLike(t.app, 0, "*d", "Static").titles,
+              std::vector<std::string>{"Match Child"});
     EXPECT_EQ(GetWindowsHandle4Text(t.app, 0, "Match*", "*"), child);
     EXPECT_EQ(t.app.screen.h4tMatches.titles, std::vector<std::string>{"Match Child"});
     // Each search starts afresh: the handle found before does not answer the next one.

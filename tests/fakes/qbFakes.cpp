@@ -35,32 +35,14 @@ std::string WithRequestID(std::string element, const std::string& requestID) {
 
 std::optional<qb::TransportResult> ScriptedQbTransport::Fault(const std::string& method) {
     calls.push_back(method);
-    const int n = static_cast<int>(calls.size());
     for (auto it = failures_.begin(); it != failures_.end(); ++it) {
-        if (it->call == n || (it->call == 0 && it->method == method)) {
-            std::string message =
-                it->message.empty() ? qb::DescribeHresult(method, it->hresult) : it->message;
-            qb::TransportResult r{false, it->hresult, message};
+        if (it->method == method && it->after-- == 0) {
+            qb::TransportResult r{false, it->hresult, qb::DescribeHresult(method, it->hresult)};
             failures_.erase(it);
             return r;
         }
     }
     return std::nullopt;
-}
-
-void ScriptedQbTransport::FailCall(int n, uint32_t hresult, std::string message) {
-    failures_.push_back({n, "", hresult, std::move(message)});
-}
-
-void ScriptedQbTransport::FailNext(const std::string& method, uint32_t hresult,
-                                   std::string message) {
-    failures_.push_back({0, method, hresult, std::move(message)});
-}
-
-int ScriptedQbTransport::Count(const std::string& method) const {
-    int n = 0;
-    for (const std::string& c : calls) n += c == method;
-    return n;
 }
 
 qb::TransportResult ScriptedQbTransport::OpenConnection(const std::string&,
@@ -135,17 +117,6 @@ std::string OkRs(const std::string& name, const std::string& body, const std::st
     return Rs(name, 0, "Info", "Status OK", body, requestID);
 }
 
-std::string HostRet(const std::vector<std::string>& versions, const std::string& product,
-                    const std::string& major, const std::string& minor) {
-    std::string out = "<HostRet><ProductName>" + product + "</ProductName><MajorVersion>" + major +
-                      "</MajorVersion><MinorVersion>" + minor + "</MinorVersion>" +
-                      "<Country>US</Country>";
-    for (const std::string& v : versions)
-        out += "<SupportedQBXMLVersion>" + v + "</SupportedQBXMLVersion>";
-    return out + "<IsAutomaticLogin>false</IsAutomaticLogin><QBFileMode>SingleUser</QBFileMode>" +
-           "</HostRet>";
-}
-
 // ---- FakeQuickBooks -----------------------------------------------------------------------
 
 void FakeQuickBooks::Script(const std::string& requestName, std::string responseElement) {
@@ -171,7 +142,16 @@ std::string FakeQuickBooks::Answer(const std::string& requestText) {
             element = WithRequestID(std::move(s->second.front()), id);
             s->second.pop_front();
         } else if (name == "HostQueryRq") {
-            element = OkRs(rsName, HostRet(versions), id);
+            std::string host =
+                "<HostRet><ProductName>QuickBooks Pro 2014</ProductName><MajorVersion>24"
+                "</MajorVersion><MinorVersion>0</MinorVersion><Country>US</Country>";
+            for (const std::string& v : versions)
+                host += "<SupportedQBXMLVersion>" + v + "</SupportedQBXMLVersion>";
+            element = OkRs(rsName,
+                           host +
+                               "<IsAutomaticLogin>false</IsAutomaticLogin><QBFileMode>SingleUser"
+                               "</QBFileMode></HostRet>",
+                           id);
         } else if (name == "CompanyQueryRq") {
             element = OkRs(rsName,
                            "<CompanyRet><CompanyName>" + companyName +
@@ -207,12 +187,6 @@ std::vector<std::string> QbTestApp::RequestsFrom(std::size_t n) const {
     const auto& all = transport_.requests;
     if (n >= all.size()) return {};
     return {all.begin() + static_cast<std::ptrdiff_t>(n), all.end()};
-}
-
-bool QbTestApp::Traced(const std::string& text) const {
-    for (const std::string& line : DebugLines())
-        if (line.find(text) != std::string::npos) return true;
-    return false;
 }
 
 std::string QbTestApp::Prompts() const {

@@ -38,12 +38,10 @@ class ScriptedQbTransport : public qb::QbTransport {
     void Queue(std::string response) { queued_.push_back(std::move(response)); }
     std::function<std::string(const std::string& request)> answer;
 
-    // Call n of any method (counted from 1 over all calls) fails.
-    void FailCall(int n, uint32_t hresult, std::string message = {});
-    // The next call of the named method ("BeginSession", ...) fails.
-    void FailNext(const std::string& method, uint32_t hresult, std::string message = {});
-
-    int Count(const std::string& method) const;
+    // The named method ("BeginSession", ...) fails once, after `after` calls that go through.
+    void FailNext(const std::string& method, uint32_t hresult, int after = 0) {
+        failures_.push_back({method, hresult, after});
+    }
 
     std::vector<std::string> calls;     // method names, in order
     std::vector<std::string> requests;  // every ProcessRequest text, in order
@@ -56,10 +54,9 @@ class ScriptedQbTransport : public qb::QbTransport {
   private:
     std::optional<qb::TransportResult> Fault(const std::string& method);
     struct Failure {
-        int call;  // 0: the next call of `method`
         std::string method;
         uint32_t hresult;
-        std::string message;
+        int after;
     };
     std::vector<Failure> failures_;
     std::deque<std::string> queued_;
@@ -73,9 +70,6 @@ std::string Rs(const std::string& name, int code, const std::string& severity,
                const std::string& requestID = "0");
 std::string OkRs(const std::string& name, const std::string& body = {},
                  const std::string& requestID = "0");
-std::string HostRet(const std::vector<std::string>& versions,
-                    const std::string& product = "QuickBooks Pro 2014",
-                    const std::string& major = "24", const std::string& minor = "0");
 
 // A company that answers every request of a message set in order, under stopOnError: after
 // the first response with severity "Error" the rest answer 3231. Requests without a script
@@ -109,8 +103,6 @@ struct QbTestApp : TestApp {
     const ScriptedQbTransport& transport() const { return transport_; }
     // Request texts sent from the nth on.
     std::vector<std::string> RequestsFrom(std::size_t n) const;
-    // Whether some debug line holds the text.
-    bool Traced(const std::string& text) const;
     // The texts of the prompts shown so far, joined.
     std::string Prompts() const;
     // The requests sent and the prompts shown since the last call, and the stored error text, as
