@@ -53,6 +53,7 @@ TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
         {"mod", "NO", "Mod Add", true},           {"mod", "R", "Mod", false},
         {"mod fallback", "NR", "Mod Add", false}, {"add", "R", "Add", false},
         {"add fallback", "RO", "Add Mod", true},  {"add fallback", "RN", "Add Mod", false},
+        {"add fallback", "X", "Add", false},  // no answer: nothing says a value is there
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.call) + " " + c.answers);
@@ -60,6 +61,7 @@ TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
         sentBefore = t.transport().requests.size();
         const bool add = c.call[0] == 'a';
         for (const char* a = c.answers; *a; ++a) {  // each answer names its request
+            if (*a == 'X') t.transport().FailNext("ProcessRequest", 0x80040408);
             const std::string rs = (a == c.answers) == add ? "DataExtAddRs" : "DataExtModRs";
             t.transport().Queue(test::QbxmlAnswer({*a == 'N'   ? NoValue()
                                                    : *a == 'R' ? Refused(rs)
@@ -69,7 +71,7 @@ TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
         o.fallBackToMod = std::string(c.call).ends_with("fallback");
         EXPECT_EQ(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o), c.ok);
         EXPECT_EQ(SentOps(), c.sent);
-        EXPECT_EQ(t.prompter.shown.size(), c.ok ? 0u : 1u) << t.Prompts();
+        EXPECT_EQ(t.prompter.shown.empty(), c.ok) << t.Prompts();
         if (!add && c.ok) {  // the add after a modify that found no value carries the value
             const std::string rq = t.transport().requests.back();
             EXPECT_NE(rq.find("<DataExtValue>Red</DataExtValue>"), std::string::npos);
@@ -109,6 +111,8 @@ TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {
     ASSERT_TRUE(QBOpen(old.app));
     const std::size_t sent = old.transport().requests.size();
     EXPECT_FALSE(DataExtModTxn(old.app, o));
+    EXPECT_FALSE(DataExtAddTxn(old.app, o));
+    EXPECT_FALSE(DataExtDelTxn(old.app, o));
     EXPECT_EQ(old.transport().requests.size(), sent);
     o.lineID.clear();
     EXPECT_TRUE(DataExtAddTxn(old.app, o)) << "a field of the transaction works in 2.0";
@@ -120,6 +124,26 @@ TEST_F(QbDataExtTest, ARequestThatCannotBeWrittenIsReportedNotSent) {
     EXPECT_FALSE(DataExtModTxn(t.app, o));
     EXPECT_TRUE(SentOps().empty());
     EXPECT_NE(t.Prompts().find("qb Do Request Err=0x80040203 "), std::string::npos);
+    EXPECT_FALSE(DataExtAddTxns(t.app, {Red(), o}));
+    EXPECT_TRUE(SentOps().empty());
+}
+
+// Combined writes: every value goes in one request set; the call is true only when QuickBooks
+// took every one, and an answer that never came is a failure too.
+TEST_F(QbDataExtTest, CombinedWritesAreTrueOnlyWhenEveryValueWasTaken) {
+    EXPECT_TRUE(DataExtAddTxns(t.app, {}));
+    EXPECT_TRUE(SentOps().empty());
+    DataExtOptions line = Red();
+    line.lineID = "1A2D-1234567890";
+    const std::vector<std::string> taken = {OkRs("DataExtAddRs"), OkRs("DataExtAddRs", "", "1")};
+    t.transport().Queue(test::QbxmlAnswer(taken));
+    EXPECT_TRUE(DataExtAddTxns(t.app, {Red(), line}));
+    t.transport().Queue(test::QbxmlAnswer({taken[0], Refused("DataExtAddRs")}));
+    EXPECT_FALSE(DataExtAddTxns(t.app, {Red(), line}));
+    EXPECT_NE(t.Prompts().find("Status: Code = 3100"), std::string::npos);
+    t.transport().FailNext("ProcessRequest", 0x80040408);
+    EXPECT_FALSE(DataExtAddTxns(t.app, {Red(), line}));
+    EXPECT_EQ(SentOps(), "Add Add Add");
 }
 
 // Every request the SDK layer sends in the scenarios above passes Intuit's reference.
