@@ -112,13 +112,11 @@ struct TxnLine {
 
 // A field of the line table: its path below a line ("ItemRef/FullName"), below a line group
 // (nullptr: a group has no such field) and its row member. The query reads every field by this
-// table and the write-back copies every field by it; `copied` is false for the TxnLineID, which
-// the write-back sets to -1 itself.
+// table and the write-back copies every field by it but the TxnLineID, which it sets to -1.
 struct TxnLineField {
     const char* linePath;
     const char* groupPath;
     std::string TxnLine::*member;
-    bool copied;
 };
 std::span<const TxnLineField> TxnLineFields();
 
@@ -237,7 +235,8 @@ bool AppendQueriedLine(App& app, TxnKind kind, const std::vector<TxnLine>& table
 bool AppendBlankLine(App& app, TxnKind kind);
 
 // Asks QuickBooks to show the transaction again. Nothing is sent for the None kind or an empty
-// TxnID. A failure is reported as "Txn Display Mod Failed " with the status text.
-bool TxnDisplayModSub(App& app, TxnKind kind, const std::string& txnID);
+// TxnID. A failure is reported as "Txn Display Mod Failed " with the status text; the run goes on
+// either way (the transaction is saved; the user can open it again).
+void TxnDisplayModSub(App& app, TxnKind kind, const std::string& txnID);
 
 }  // namespace pelmark::qb

@@ -102,7 +102,7 @@ void CopyLineFields(Node& lineMod, const TxnLine& row, LineCopyOptions options) 
     for (const TxnLineField& f : TxnLineFields()) {
         const char* path = group ? f.groupPath : f.linePath;
         std::string value = row.*f.member;
-        if (!f.copied || !path || value.empty()) continue;
+        if (f.member == &TxnLine::txnLineID || !path || value.empty()) continue;
         // Fields this line of the modify does not have (ServiceDate on an estimate, what only a
         // query returns) are left out by SetFieldValue.
         SetFieldValue(lineMod, path, value, {.convertLineFeeds = options.convertLineFeeds});
@@ -135,12 +135,11 @@ bool AppendBlankLine(App& app, TxnKind kind) {
     return true;
 }
 
-bool TxnDisplayModSub(App& app, TxnKind kind, const std::string& txnID) {
+void TxnDisplayModSub(App& app, TxnKind kind, const std::string& txnID) {
     const TxnKindInfo& k = KindInfo(kind);
     const std::string label = "Txn Display Mod Sub";
     DebugLog(app, label + " Entered " + k.name + ", " + txnID, 5);
-    if (kind == TxnKind::None || txnID.empty()) return false;
-    if (!QBOpen(app)) return false;
+    if (kind == TxnKind::None || txnID.empty() || !QBOpen(app)) return;
     MsgSetRequest& set = *RequestSet(app);
     set.ClearRequests();
     try {
@@ -149,18 +148,16 @@ bool TxnDisplayModSub(App& app, TxnKind kind, const std::string& txnID) {
         request.Field("TxnID").SetValue(txnID);
     } catch (const QbxmlError& e) {
         ReportError(app, "ERROR", label, kErrBadRequest, e.what());
-        return false;
+        return;
     }
     std::optional<Response> response = SendForFirstResponse(app, set, "ERROR", label);
-    if (!response) return false;
-    if (response->StatusCode() == kStatusOK) return true;
+    if (!response || response->StatusCode() == kStatusOK) return;
     QbState& qb = app.qb;
     qb.storedErrorText =
         "Txn Display Mod Failed  Status: Code = " + std::to_string(response->StatusCode()) +
         ", Message = " + response->StatusMessage() + ", Severity = " + response->StatusSeverity();
     DebugLog(app, qb.storedErrorText, 1);
     ContinueOrTerminate(app, "ERROR\t" + qb.storedErrorText);
-    return false;
 }
 
 }  // namespace pelmark::qb
