@@ -1,9 +1,6 @@
 // Tests of the item list read from a QuickBooks IIF export.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "app/items.h"
 #include "fakes/qbFakes.h"
 
@@ -28,11 +25,8 @@ struct ItemsApp : TestApp {
 };
 
 TEST(ItemsTest, SampleExportOfEveryKind) {
-    std::ifstream in(std::string(PELMARK_SOURCE_DIR) + "/samples/Items.iif", std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
     ItemsApp t;
-    t.Read(text.str());
+    t.Read(test::FileBytes(std::string(PELMARK_SOURCE_DIR) + "/samples/Items.iif"));
     const ItemTable& table = t.app.items;
     EXPECT_EQ(table.count(), 41u);
     EXPECT_TRUE(t.prompter.shown.empty());
@@ -77,8 +71,7 @@ TEST(ItemsTest, LayoutsQuickBooksAndEditorsWrite) {
         t.Read(c.iif);
         EXPECT_TRUE(t.prompter.shown.empty());
         ASSERT_EQ(t.app.items.count(), c.count);
-        if (c.count == 0) continue;
-        EXPECT_EQ(test::ShowItem(t.app.items.items[0]), c.first);
+        EXPECT_EQ(c.count ? test::ShowItem(t.app.items.items[0]) : "", c.first);
     }
 }
 

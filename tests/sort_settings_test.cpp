@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "app/run.h"
 #include "fakes/fakes.h"
@@ -45,8 +44,7 @@ TEST(SortSettings, ReadFromTheMainForm) {
 // no start-up question; only a name the company lacks is reported, once.
 TEST(SortSettings, CustomFieldChoicesWaitForTheCompanysFieldNames) {
     test::TestApp t;
-    std::ifstream in(test::kSampleSettings);
-    std::string ini = (std::ostringstream() << in.rdbuf()).str();
+    std::string ini = test::FileBytes(test::kSampleSettings);
     for (auto [from, to] : {std::pair{"(0)=Item Full Name", "(0)=color"},
                             {"cboCFNetWeight=--None--", "cboCFNetWeight=Net Weight"},
                             {"cboCFItemNetWeightTotal=--None--", "cboCFItemNetWeightTotal=Gone"}})

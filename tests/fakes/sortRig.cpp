@@ -5,7 +5,6 @@
 #include <functional>
 #include <sstream>
 
-#include "app/run.h"
 #include "ui/frmMain.h"
 
 namespace pelmark::test {
@@ -45,10 +44,6 @@ void SortRig::Open(const std::string& ref, const std::string& kind) {
     app.screen = {};
 }
 
-bool SortRig::Go() {
-    return CmdGo(app);
-}
-
 void SortRig::Levels(const std::vector<std::string>& fields) {
     for (int i = 0; i < ui::kSortLevels; ++i) {
         std::string field = i < static_cast<int>(fields.size()) ? fields[i] : "";
@@ -81,10 +76,6 @@ sim::Company SortRig::Company() const {
     return company;
 }
 
-std::string SortRig::Table() const {
-    return sim::TxnTable(Company(), qb.txn);
-}
-
 std::vector<std::string> SortRig::Items() const {
     const sim::Company company = Company();
     pugi::xml_node txn = company.FindTxn(qb.txn.kind, qb.txn.txnID);
@@ -104,14 +95,6 @@ bool SortRig::Shown(const std::string& text) const {
     for (const auto& s : t.prompter.shown)
         if (s.text.find(text) != std::string::npos) return true;
     return false;
-}
-
-bool SortRig::InDebugLog(const std::string& text) const {
-    return t.Logged(text);
-}
-
-int SortRig::DisplayRequests() const {
-    return static_cast<int>(Company().DisplayRequests().size());
 }
 
 std::string SortRig::Content() const {
