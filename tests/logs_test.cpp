@@ -15,11 +15,7 @@ namespace {
 
 using test::TestApp;
 
-void SetStopOption(App& app, const std::string& name) {
-    app.frmMain.SetOption(*app.frmMain.Find(name), true);
-}
-
-TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevel) {
+TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevelInAStampedFile) {
     TestApp t;
     t.app.frmMain.Find("txtDebugLevel")->text = "4x";  // the leading number counts
     t.app.common.currentStep = "PIIIX, Init ";
@@ -40,6 +36,15 @@ TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevel) {
                                   at + "0000.00-first" + step, at + "0000.01563-two\tlines" + step,
                                   at + "0000.00000-Read Ini Entered " + step}));
     EXPECT_EQ(t.events.calls, 3) << "each written line lets pending events run";
+
+    // The stamp in the file name, and the dates it refuses.
+    auto s = MakeDateTimeStamp(t.app, LocalTime{2026, 1, 2}, LocalTime{2026, 1, 2, 3, 4, 5});
+    ASSERT_TRUE(s);
+    EXPECT_EQ(s->stamp + " " + s->dateText + " " + s->timeText,
+              "20260102_030405 2026-01-02 03:04:05");
+    EXPECT_FALSE(MakeDateTimeStamp(t.app, LocalTime{2026, 2, 29}));
+    EXPECT_TRUE(MakeDateTimeStamp(t.app, LocalTime{2024, 2, 29}));
+    EXPECT_FALSE(MakeDateTimeStamp(t.app, std::nullopt, LocalTime{2026, 1, 1, 24, 0, 0}));
 }
 
 TEST(DebugLogTest, LevelZeroAndDisabledAndDeveloperMode) {
@@ -61,7 +66,7 @@ TEST(DebugLogTest, UnwritableFolderLosesLinesButNotTheRun) {
     TestApp t;
     t.dir.Write("plainfile", "x");
     t.app.folders.data = t.dir.File("plainfile") + "/sub/";  // a folder that cannot exist
-    SetStopOption(t.app, "optStopOnError");
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnError"), true);
     DebugLog(t.app, "lost", 0);
     WriteErr(t.app, "ERROR\tlost too");
     EXPECT_FALSE(t.app.common.errLogOpen);
@@ -101,7 +106,7 @@ TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
     // tests/data/stop-options.txt: option|the titles of the boxes shown.
     for (const auto& row : test::DataRows("stop-options.txt")) {
         TestApp t;
-        SetStopOption(t.app, row[0]);
+        t.app.frmMain.SetOption(*t.app.frmMain.Find(row[0]), true);
         for (const char* text : {"ERROR\te", "WARNING\tw", "INFO\ti"})
             DoErrors(t.app, "p", kMbYesNo, text);
         std::string titles;
@@ -113,7 +118,7 @@ TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
 
 TEST(PromptTest, NoAndFatalStopsEndTheProgramThroughTheCloseSteps) {
     TestApp t;
-    SetStopOption(t.app, "optStopOnAll");
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnAll"), true);
     int closed = 0;
     t.app.closeSteps.push_back([&] { ++closed; });
     t.prompter.Answer(kAnsYes);
@@ -164,17 +169,6 @@ TEST(NumbersTest, CleanNumberNumValAndLeadingNumber) {
         {"IsNumeric", [](const std::string& s) { return IsNumeric(s) ? 1.0 : 0.0; }}};
     for (const auto& row : test::DataRows("numbers.txt"))
         EXPECT_DOUBLE_EQ(read.at(row[0])(row[1]), std::stod(row[2])) << row[0] << " " << row[1];
-}
-
-TEST(StampTest, MakeDateTimeStampFormatsAndRejects) {
-    TestApp t;
-    auto s = MakeDateTimeStamp(t.app, LocalTime{2026, 1, 2}, LocalTime{2026, 1, 2, 3, 4, 5});
-    ASSERT_TRUE(s);
-    EXPECT_EQ(s->stamp + " " + s->dateText + " " + s->timeText,
-              "20260102_030405 2026-01-02 03:04:05");
-    EXPECT_FALSE(MakeDateTimeStamp(t.app, LocalTime{2026, 2, 29}));
-    EXPECT_TRUE(MakeDateTimeStamp(t.app, LocalTime{2024, 2, 29}));
-    EXPECT_FALSE(MakeDateTimeStamp(t.app, std::nullopt, LocalTime{2026, 1, 1, 24, 0, 0}));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "sort/engine.h"
@@ -104,21 +105,17 @@ TEST(SortPlan, BlankLines) {
     t.rows[t.Add("D")].ratePercent = "10";
     t.Add("A");
     t.Add("", "", qb::kLineBlank);  // an earlier sort's: gone when new ones come in
-    struct Case {
-        BlankLines where;
-        int count;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
+    const std::tuple<BlankLines, int, std::string> cases[] = {
+        // where, how many, the plan
         {BlankLines::None, 2, "|-|A|BD"},    {BlankLines::Before, 0, "|-|A|BD"},
         {BlankLines::After, 0, "|-|A|BD"},   {BlankLines::Before, 1, "_|A_|BD"},
         {BlankLines::After, 2, "|A__|BD__"}, {BlankLines::Before, -3, "|-|A|BD"},
     };
-    for (const Case& c : cases) {
+    for (const auto& [where, count, expected] : cases) {
         SortSettings s = ByItem();
-        s.blankLines = c.where;
-        s.blankCount = c.count;
-        EXPECT_EQ(Layout(t.Plan(s), t), c.expected) << static_cast<int>(c.where) << c.count;
+        s.blankLines = where;
+        s.blankCount = count;
+        EXPECT_EQ(Layout(t.Plan(s), t), expected) << static_cast<int>(where) << count;
     }
 }
 

@@ -33,9 +33,7 @@ TEST(SortSettings, ReadFromTheMainForm) {
     EXPECT_EQ(s.levels.size(), static_cast<std::size_t>(ui::kSortLevels));
     ASSERT_EQ(ActiveLevels(s.levels).size(), 1u);
     EXPECT_EQ(s.levels[1].field, "Desc");
-    EXPECT_TRUE(s.levels[1].descending);
-    EXPECT_TRUE(s.levels[1].caseSensitive);
-    EXPECT_TRUE(s.keepBlankItems);
+    EXPECT_TRUE(s.levels[1].descending && s.levels[1].caseSensitive && s.keepBlankItems);
     EXPECT_EQ(s.blankLines, BlankLines::After);
     EXPECT_EQ(s.blankCount, 32767);  // kept as a 16-bit number
 }

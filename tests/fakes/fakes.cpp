@@ -88,18 +88,12 @@ TempDir::TempDir() {
     dir_ = std::filesystem::temp_directory_path() /
            ("pelmark-test-" + std::to_string(rd()) + "-" + std::to_string(counter++));
     std::filesystem::create_directories(dir_);
+    path_ = (dir_ / "").string();  // the trailing separator, as folder strings are kept
 }
 
 TempDir::~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(dir_, ec);
-}
-
-std::string TempDir::path() const {
-    std::string p = dir_.string();
-    char sep = static_cast<char>(std::filesystem::path::preferred_separator);
-    if (p.empty() || p.back() != sep) p += sep;
-    return p;
 }
 
 void TempDir::Write(const std::string& name, const std::string& data) const {

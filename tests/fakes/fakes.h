@@ -114,13 +114,14 @@ class TempDir {
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     // The folder with a trailing separator, as folder strings are kept.
-    std::string path() const;
+    const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path() + name; }
     void Write(const std::string& name, const std::string& data) const;
     std::string Read(const std::string& name) const;
 
   private:
     std::filesystem::path dir_;
+    std::string path_;
 };
 
 // A file's bytes ("" when it cannot be read).
