@@ -114,22 +114,10 @@ TEST(FoldersTest, GivenDataFolderTracesAndFailures) {
     EXPECT_NE(ro.app.run.lastError.find("cannot be written"), std::string::npos);
 }
 
-// The real file system, except that copying a file of a chosen name fails (as a file that
-// another program holds open would).
-class CopyFailingFiles : public test::FaultyFileSystem {
-  public:
-    FileResult Copy(const std::string& from, const std::string& to) override {
-        if (EndsWith(from, "Locked.dat")) return {FileStatus::HeldByOther, "sharing violation"};
-        return FaultyFileSystem::Copy(from, to);
-    }
-};
-
 TEST(FoldersTest, OldFilesMoveToTheSharedFolder) {
     for (const char* product : {"Windows 7", "Microsoft Windows XP"}) {
         for (bool asked : {true, false}) {
             TestApp t;
-            CopyFailingFiles files;
-            t.app.sys.files = &files;
             SetWindows(t, product, "");
             std::string root = t.dir.path();
             t.env.values = {{"ProgramFiles", root + "pf"}, {"Public", root + "Pub"}};
@@ -139,12 +127,13 @@ TEST(FoldersTest, OldFilesMoveToTheSharedFolder) {
             fs::create_directories(shared);
             for (const char* name : {"Pelmark.exe", "Pelmark.ini", "Items.iif", "Pelmark.bak",
                                      "Locked.dat", "Kept.txt"})
-                files.WriteAll(old + name, std::string("old ") + name);
-            files.WriteAll(shared + "Kept.txt", "current");
+                t.files.WriteAll(old + name, std::string("old ") + name);
+            t.files.WriteAll(shared + "Kept.txt", "current");
+            t.files.failPathPart = "Locked.dat";  // held open by another program: not copied
 
             CommonHouseKeeper(t.app, {root, "pelmark.exe", root, asked});
             bool moved = asked && t.app.folders.vista;
-            EXPECT_EQ(files.ReadAll(shared + "Pelmark.ini"),
+            EXPECT_EQ(t.files.ReadAll(shared + "Pelmark.ini"),
                       moved ? std::optional<std::string>("old Pelmark.ini") : std::nullopt);
             if (!moved) {
                 EXPECT_EQ(t.app.folders.movedNote, "");
@@ -152,7 +141,7 @@ TEST(FoldersTest, OldFilesMoveToTheSharedFolder) {
             }
             for (const char* gone : {"Pelmark.exe", "Pelmark.bak", "Locked.dat"})
                 EXPECT_FALSE(fs::exists(shared + gone)) << gone;
-            EXPECT_EQ(files.ReadAll(shared + "Kept.txt"), "current");
+            EXPECT_EQ(t.files.ReadAll(shared + "Kept.txt"), "current");
             for (const char* name : {"Pelmark.exe", "Pelmark.ini", "Pelmark.bak", "Locked.dat"})
                 EXPECT_TRUE(fs::exists(old + name)) << name << " must stay in the old folder";
             EXPECT_EQ(t.app.folders.movedNote,

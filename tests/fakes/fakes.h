@@ -73,7 +73,8 @@ class MapEnvironment : public Environment {
 };
 
 // The real file system, with a fault to inject: the Nth write or append to a path that contains
-// `failPathPart` fails with `failStatus` (N counts from 1; 0 means every such call).
+// `failPathPart`, or copy from one, fails with `failStatus` (N counts from 1; 0 means every such
+// call).
 class FaultyFileSystem : public FileSystem {
   public:
     bool Exists(const std::string& p) override { return real().Exists(p); }
@@ -89,7 +90,7 @@ class FaultyFileSystem : public FileSystem {
         return real().Rename(f, t);
     }
     FileResult Copy(const std::string& f, const std::string& t) override {
-        return real().Copy(f, t);
+        return ShouldFail(f) ? FileResult{failStatus, "injected failure"} : real().Copy(f, t);
     }
     FileResult MakeDir(const std::string& p) override { return real().MakeDir(p); }
     std::vector<std::string> ListFiles(const std::string& f) override {
