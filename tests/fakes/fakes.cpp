@@ -72,16 +72,6 @@ std::string XmlEscape(const std::string& text) {
     return out;
 }
 
-FileResult FaultyFileSystem::WriteAll(const std::string& p, const std::string& d) {
-    if (ShouldFail(p)) return {failStatus, "injected failure"};
-    return real().WriteAll(p, d);
-}
-
-FileResult FaultyFileSystem::Append(const std::string& p, const std::string& d) {
-    if (ShouldFail(p)) return {failStatus, "injected failure"};
-    return real().Append(p, d);
-}
-
 TempDir::TempDir() {
     static std::atomic<int> counter{0};
     std::random_device rd;

@@ -83,14 +83,18 @@ class FaultyFileSystem : public FileSystem {
     std::optional<std::uintmax_t> FileSize(const std::string& p) override {
         return real().FileSize(p);
     }
-    FileResult WriteAll(const std::string& p, const std::string& d) override;
-    FileResult Append(const std::string& p, const std::string& d) override;
+    FileResult WriteAll(const std::string& p, const std::string& d) override {
+        return ShouldFail(p) ? Injected() : real().WriteAll(p, d);
+    }
+    FileResult Append(const std::string& p, const std::string& d) override {
+        return ShouldFail(p) ? Injected() : real().Append(p, d);
+    }
     FileResult Remove(const std::string& p) override { return real().Remove(p); }
     FileResult Rename(const std::string& f, const std::string& t) override {
         return real().Rename(f, t);
     }
     FileResult Copy(const std::string& f, const std::string& t) override {
-        return ShouldFail(f) ? FileResult{failStatus, "injected failure"} : real().Copy(f, t);
+        return ShouldFail(f) ? Injected() : real().Copy(f, t);
     }
     FileResult MakeDir(const std::string& p) override { return real().MakeDir(p); }
     std::vector<std::string> ListFiles(const std::string& f) override {
@@ -105,6 +109,7 @@ class FaultyFileSystem : public FileSystem {
   private:
     static FileSystem& real() { return RealFileSystem(); }
     bool ShouldFail(const std::string& path);
+    FileResult Injected() const { return {failStatus, "injected failure"}; }
 };
 
 // A folder of its own under the system's temporary folder, removed at the end.

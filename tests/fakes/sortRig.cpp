@@ -58,10 +58,7 @@ void SortRig::Levels(const std::vector<std::string>& fields) {
 
 void SortRig::Check(const std::string& name, bool on) {
     ui::Control* c = app.frmMain.Find(name);
-    if (c->kind == ui::ControlKind::OptionButton)
-        app.frmMain.SetOption(*c, on);
-    else
-        c->value = on;
+    c->kind == ui::ControlKind::OptionButton ? app.frmMain.SetOption(*c, on) : void(c->value = on);
 }
 
 void SortRig::Set(const std::string& name, const std::string& text) {
