@@ -69,9 +69,8 @@ TEST(FoldersTest, FoldersPerWindowsVersion) {
             continue;
         }
         const std::string programFiles = P(root, "pf/Corvalt/Pelmark/");
-        EXPECT_EQ(f.product, programFiles);
-        EXPECT_EQ(f.sharedData, P(root, shared));
-        EXPECT_EQ(f.userData, P(root, "ad/Corvalt/Pelmark/"));
+        EXPECT_EQ(f.product + "|" + f.sharedData + "|" + f.userData,
+                  programFiles + "|" + P(root, shared) + "|" + P(root, "ad/Corvalt/Pelmark/"));
         EXPECT_EQ(f.data, vista ? f.sharedData : programFiles);
         EXPECT_EQ(t.app.settings.path, f.data + "Pelmark.ini");
         for (const std::string& made : {f.data + "Tables", f.sharedData, f.userData})

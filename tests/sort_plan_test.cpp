@@ -43,14 +43,11 @@ struct Table {
         rec.price = std::move(price);
         rec.customFields = std::move(fields);
     }
-    ItemLookup Lookup() const {
-        return [this](const std::string& name) -> const ItemRec* {
-            const auto it = items.find(name);
-            return it == items.end() ? nullptr : &it->second;
-        };
-    }
     SortPlan Plan(const SortSettings& settings, qb::TxnKind kind = qb::TxnKind::Invoice) const {
-        return BuildSortPlan(rows, 0, rows.size(), settings, Lookup(), kind, "T1");
+        const ItemLookup lookup = [this](const std::string& name) -> const ItemRec* {
+            return items.contains(name) ? &items.at(name) : nullptr;
+        };
+        return BuildSortPlan(rows, 0, rows.size(), settings, lookup, kind, "T1");
     }
 };
 
