@@ -2,7 +2,6 @@
 // weights (the property test checks the invariants on random transactions through qbsim).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <string>
 #include <tuple>

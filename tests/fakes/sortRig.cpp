@@ -49,9 +49,7 @@ void SortRig::Levels(const std::vector<std::string>& fields) {
         std::string field = i < static_cast<int>(fields.size()) ? fields[i] : "";
         const bool descending = !field.empty() && field[0] == '-';
         if (descending) field.erase(0, 1);
-        ui::Control* combo = app.frmMain.Find("cboSortField", i);
-        combo->listIndex = -1;
-        combo->text = field;
+        Set("cboSortField", field, i);
         app.frmMain.Find("chkSortDesc", i)->value = descending;
     }
 }
@@ -61,8 +59,8 @@ void SortRig::Check(const std::string& name, bool on) {
     c->kind == ui::ControlKind::OptionButton ? app.frmMain.SetOption(*c, on) : void(c->value = on);
 }
 
-void SortRig::Set(const std::string& name, const std::string& text) {
-    ui::Control* c = app.frmMain.Find(name);
+void SortRig::Set(const std::string& name, const std::string& text, int index) {
+    ui::Control* c = app.frmMain.Find(name, index);
     c->text = text;
     c->listIndex = -1;
 }

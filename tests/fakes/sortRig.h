@@ -42,7 +42,7 @@ struct SortRig {
     // The sort levels: field names, with "-" in front for a descending level.
     void Levels(const std::vector<std::string>& fields);
     void Check(const std::string& name, bool on);
-    void Set(const std::string& name, const std::string& text);
+    void Set(const std::string& name, const std::string& text, int index = -1);
 
     sim::Company Company() const;
     std::string Table() const { return sim::TxnTable(Company(), qb.txn); }  // qbsim's table
