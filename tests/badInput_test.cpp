@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -53,8 +51,7 @@ std::vector<std::string> Rows(const TempDir& dir, const std::string& ref) {
 }
 
 TEST(BadInput, EachIsNamedAndTheCompanyKept) {
-    std::ifstream in(kSamples + "Pelmark.ini", std::ios::binary);
-    const std::string sample((std::istreambuf_iterator<char>(in)), {});
+    const std::string sample = FileBytes(kSamples + "Pelmark.ini");
     std::string utf16 = "\xFF\xFE";
     for (char c : sample) utf16 += std::string{c, '\0'};
     struct Case {

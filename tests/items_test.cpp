@@ -1,9 +1,6 @@
 // Tests of the item list read from a QuickBooks IIF export.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "app/items.h"
 #include "fakes/qbFakes.h"
 
@@ -28,11 +25,8 @@ struct ItemsApp : TestApp {
 };
 
 TEST(ItemsTest, SampleExportOfEveryKind) {
-    std::ifstream in(std::string(PELMARK_SOURCE_DIR) + "/samples/Items.iif", std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
     ItemsApp t;
-    t.Read(text.str());
+    t.Read(test::FileBytes(std::string(PELMARK_SOURCE_DIR) + "/samples/Items.iif"));
     const ItemTable& table = t.app.items;
     EXPECT_EQ(table.count(), 41u);
     EXPECT_TRUE(t.prompter.shown.empty());
@@ -46,39 +40,17 @@ TEST(ItemsTest, SampleExportOfEveryKind) {
     EXPECT_EQ(table.items[table.salesTaxItems.at("San Tomas Combined")].price, "7.75%");
 }
 
-// Files that differ in column order, line ends, quoting, row length and other lists.
+// tests/data/iif-layouts.txt: a file of tests/data/iif|items read|the first, as Show writes it.
 TEST(ItemsTest, LayoutsQuickBooksAndEditorsWrite) {
-    const std::string header = "!INVITEM\tNAME\tINVITEMTYPE\tDESC\tPRICE\r\n";
-    struct {
-        std::string iif;
-        size_t count;
-        const char* first;  // the first item, as Show writes it
-    } cases[] = {
-        {"\xEF\xBB\xBF!INVITEM\tPRICE\tSALESTAXCODE\tDESC\tCOST\tINVITEMTYPE\tNAME\r\n"
-         "INVITEM\t12.50\tTax\tHourly labor\t4.00\tserv\tLabor:Site:Cleanup\r\n",
-         1, "Cleanup|Labor:Site:Cleanup|3|0|Hourly labor|12.50|4.00|Tax"},
-        {"!INVITEM\tNAME\tINVITEMTYPE\tDESC\tPRICE\nINVITEM\t  Bolt  \t PART \t Hex bolt \t 0.25 "
-         "\n",
-         1, "Bolt|Bolt|1|1|Hex bolt|0.25||"},
-        {header + "INVITEM\t\"Pipe, 1/2\"\"\"\tINVENTORY\t\"Copper, \"\"L\"\"\"\t\"1,200.00\"\r\n",
-         1, "Pipe, 1/2\"|Pipe, 1/2\"|1|3|Copper, \"L\"|1,200.00||"},
-        {header + "INVITEM\tFee\tOTHC\r\n", 1, "Fee|Fee|1|2||||"},  // short row
-        {"!HDR\tPROD\r\nHDR\tQuickBooks Pro\r\n!CUST\tNAME\r\nCUST\tAcme\r\n" + header +
-             "INVITEM\tTruck\tFIXEDASSET\tF-150\t0\r\n!VEND\tNAME\r\nVEND\tPatton\r\n"
-             "INVITEM\tLast\tGRP\t\t\r\n",
-         2, "Truck|Truck|1|-1|F-150|0||"},  // unknown code: kind unset
-        {"!CUST\tNAME\r\nCUST\tAcme\r\n", 0, ""},
-        {"INVITEM\tEarly\tSERV\r\n" + header + "INVITEM\tLate\tSUBT\tSub\t\r\n\r\n", 1,
-         "Late|Late|1|6|Sub|||"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.iif);
+    for (const auto& row : test::DataRows("iif-layouts.txt")) {
+        SCOPED_TRACE(row[0]);
         ItemsApp t;
-        t.Read(c.iif);
+        t.Read(test::FileBytes(std::string(PELMARK_SOURCE_DIR) + "/tests/data/iif/" + row[0]));
         EXPECT_TRUE(t.prompter.shown.empty());
-        ASSERT_EQ(t.app.items.count(), c.count);
-        if (c.count == 0) continue;
-        EXPECT_EQ(test::ShowItem(t.app.items.items[0]), c.first);
+        ASSERT_EQ(t.app.items.count(), std::stoul(row[1]));
+        std::string first;
+        for (std::size_t i = 2; i < row.size(); ++i) first += (i > 2 ? "|" : "") + row[i];
+        EXPECT_EQ(row[1] == "0" ? "" : test::ShowItem(t.app.items.items[0]), first);
     }
 }
 

@@ -15,17 +15,9 @@ namespace {
 
 using test::TestApp;
 
-void SetDebugLevel(App& app, const std::string& level) {
-    app.frmMain.Find("txtDebugLevel")->text = level;
-}
-
-void SetStopOption(App& app, const std::string& name) {
-    app.frmMain.SetOption(*app.frmMain.Find(name), true);
-}
-
-TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevel) {
+TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevelInAStampedFile) {
     TestApp t;
-    SetDebugLevel(t.app, "4x");  // the leading number counts
+    t.app.frmMain.Find("txtDebugLevel")->text = "4x";  // the leading number counts
     t.app.common.currentStep = "PIIIX, Init ";
     DebugLog(t.app, "Read Ini Entered ", 5);
     EXPECT_TRUE(t.DebugLines().empty()) << "level 5 lines are not written at level 4";
@@ -33,23 +25,31 @@ TEST(DebugLogTest, WritesHeaderAndTimedLinesAtTheChosenLevel) {
     DebugLog(t.app, "first", 4);
     t.clock.Advance(0.015625);
     DebugLog(t.app, "two\r\nlines", 1);
-    SetDebugLevel(t.app, "5");
+    t.app.frmMain.Find("txtDebugLevel")->text = "5";
     DebugLog(t.app, "Read Ini Entered ", 5);
 
     EXPECT_EQ(t.app.common.debug.fileName, "Debug_20261114_221300.Log");
-    auto lines = t.DebugLines();
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[0], "11/14/2026 10:13:00 PM Pelmark Debug Log Version " + VersionText() + " " +
-                            t.app.folders.program + " pelmark_tests ");
-    EXPECT_EQ(lines[1], "11/14/2026 10:13:00 PM 0000.00-first PIIIX, Init ");
-    EXPECT_EQ(lines[2], "11/14/2026 10:13:00 PM 0000.01563-two\tlines PIIIX, Init ");
-    EXPECT_EQ(lines[3], "11/14/2026 10:13:00 PM 0000.00000-Read Ini Entered  PIIIX, Init ");
+    const std::string at = "11/14/2026 10:13:00 PM ", step = " PIIIX, Init ";
+    EXPECT_EQ(t.DebugLines(), (std::vector<std::string>{
+                                  at + "Pelmark Debug Log Version " + VersionText() + " " +
+                                      t.app.folders.program + " pelmark_tests ",
+                                  at + "0000.00-first" + step, at + "0000.01563-two\tlines" + step,
+                                  at + "0000.00000-Read Ini Entered " + step}));
     EXPECT_EQ(t.events.calls, 3) << "each written line lets pending events run";
+
+    // The stamp in the file name, and the dates it refuses.
+    auto s = MakeDateTimeStamp(t.app, LocalTime{2026, 1, 2}, LocalTime{2026, 1, 2, 3, 4, 5});
+    ASSERT_TRUE(s);
+    EXPECT_EQ(s->stamp + " " + s->dateText + " " + s->timeText,
+              "20260102_030405 2026-01-02 03:04:05");
+    EXPECT_FALSE(MakeDateTimeStamp(t.app, LocalTime{2026, 2, 29}));
+    EXPECT_TRUE(MakeDateTimeStamp(t.app, LocalTime{2024, 2, 29}));
+    EXPECT_FALSE(MakeDateTimeStamp(t.app, std::nullopt, LocalTime{2026, 1, 1, 24, 0, 0}));
 }
 
 TEST(DebugLogTest, LevelZeroAndDisabledAndDeveloperMode) {
     TestApp t;
-    SetDebugLevel(t.app, "");
+    t.app.frmMain.Find("txtDebugLevel")->text = "";
     DebugLog(t.app, "only level 0 lines", 1);
     EXPECT_FALSE(t.app.common.debug.open) << "no file for a run without level-0 lines";
     t.app.common.developerMode = true;
@@ -66,7 +66,7 @@ TEST(DebugLogTest, UnwritableFolderLosesLinesButNotTheRun) {
     TestApp t;
     t.dir.Write("plainfile", "x");
     t.app.folders.data = t.dir.File("plainfile") + "/sub/";  // a folder that cannot exist
-    SetStopOption(t.app, "optStopOnError");
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnError"), true);
     DebugLog(t.app, "lost", 0);
     WriteErr(t.app, "ERROR\tlost too");
     EXPECT_FALSE(t.app.common.errLogOpen);
@@ -75,8 +75,7 @@ TEST(DebugLogTest, UnwritableFolderLosesLinesButNotTheRun) {
     // in the log is shown instead.
     t.prompter.Answer(kAnsOK);
     DoErrors(t.app, "the prompt", kMbOKOnly, "INFO\tthe prompt");
-    ASSERT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_EQ(t.prompter.shown[0].text, "the prompt");
+    EXPECT_EQ(t.prompter.Texts(), std::vector<std::string>{"the prompt"});
 }
 
 TEST(ErrLogTest, OpenModesFirstLinesAndCounters) {
@@ -88,14 +87,13 @@ TEST(ErrLogTest, OpenModesFirstLinesAndCounters) {
     WriteErr(t.app, "ERROR:\ttwo\r\nlines");
     WriteErr(t.app, "Warn three");
     WriteErr(t.app, "INFO\tfour");
-    auto lines = t.ErrLines();
+    const std::vector<std::string> lines = t.ErrLines();
     ASSERT_EQ(lines.size(), 7u);
-    EXPECT_EQ(lines[0], "old line");
-    EXPECT_EQ(lines[1], "INFO\tappend\tErr Log B" + VersionText());
-    EXPECT_EQ(lines[2], "INFO\tfile name \t" + t.dir.File("Pelmark.ini"));
+    EXPECT_EQ(std::vector(lines.begin(), lines.begin() + 3),
+              (std::vector<std::string>{"old line", "INFO\tappend\tErr Log B" + VersionText(),
+                                        "INFO\tfile name \t" + t.dir.File("Pelmark.ini")}));
     EXPECT_EQ(lines[4], "ERROR:\ttwo\tlines");
-    EXPECT_EQ(t.app.common.errCounters[0], 2);
-    EXPECT_EQ(t.app.common.errCounters[1], 1);
+    EXPECT_EQ(t.app.common.errCounters, (std::array<int16_t, 2>{2, 1}));  // errors, warnings
 
     t.app.common.errCounters[1] = INT16_MAX;
     WriteErr(t.app, "WARNING\tone too many");
@@ -106,10 +104,9 @@ TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
     // tests/data/stop-options.txt: option|the titles of the boxes shown.
     for (const auto& row : test::DataRows("stop-options.txt")) {
         TestApp t;
-        SetStopOption(t.app, row[0]);
-        DoErrors(t.app, "p", kMbYesNo, "ERROR\te");
-        DoErrors(t.app, "p", kMbYesNo, "WARNING\tw");
-        DoErrors(t.app, "p", kMbYesNo, "INFO\ti");
+        t.app.frmMain.SetOption(*t.app.frmMain.Find(row[0]), true);
+        for (const char* text : {"ERROR\te", "WARNING\tw", "INFO\ti"})
+            DoErrors(t.app, "p", kMbYesNo, text);
         std::string titles;
         for (auto& s : t.prompter.shown) titles += (titles.empty() ? "" : ",") + s.title;
         EXPECT_EQ(titles, row[1]) << row[0];
@@ -119,7 +116,7 @@ TEST(PromptTest, StopOptionsChooseWhichLevelsAreAsked) {
 
 TEST(PromptTest, NoAndFatalStopsEndTheProgramThroughTheCloseSteps) {
     TestApp t;
-    SetStopOption(t.app, "optStopOnAll");
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnAll"), true);
     int closed = 0;
     t.app.closeSteps.push_back([&] { ++closed; });
     t.prompter.Answer(kAnsYes);
@@ -172,16 +169,5 @@ TEST(NumbersTest, CleanNumberNumValAndLeadingNumber) {
         EXPECT_DOUBLE_EQ(read.at(row[0])(row[1]), std::stod(row[2])) << row[0] << " " << row[1];
 }
 
-TEST(StampTest, MakeDateTimeStampFormatsAndRejects) {
-    TestApp t;
-    auto s = MakeDateTimeStamp(t.app, LocalTime{2026, 1, 2}, LocalTime{2026, 1, 2, 3, 4, 5});
-    ASSERT_TRUE(s);
-    EXPECT_EQ(s->stamp, "20260102_030405");
-    EXPECT_EQ(s->dateText, "2026-01-02");
-    EXPECT_EQ(s->timeText, "03:04:05");
-    EXPECT_FALSE(MakeDateTimeStamp(t.app, LocalTime{2026, 2, 29}));
-    EXPECT_TRUE(MakeDateTimeStamp(t.app, LocalTime{2024, 2, 29}));
-    EXPECT_FALSE(MakeDateTimeStamp(t.app, std::nullopt, LocalTime{2026, 1, 1, 24, 0, 0}));
-}
 }  // namespace
 }  // namespace pelmark

@@ -12,6 +12,8 @@ namespace pelmark::test {
 namespace {
 
 TEST(SortRun, PreviewShowsTheNewOrderAndWritesOnlyWhenAccepted) {
+    const std::string expected =
+        FileBytes(std::string(PELMARK_SOURCE_DIR) + "/tests/data/preview-3001.txt");
     for (const bool accept : {false, true}) {
         SortRig rig("3001");
         rig.Levels({"Item Full Name"});
@@ -22,18 +24,11 @@ TEST(SortRun, PreviewShowsTheNewOrderAndWritesOnlyWhenAccepted) {
                 shown.push_back(r.item);
                 EXPECT_EQ(before.at(r.oldPosition - 1), r.item);
             }
-            EXPECT_EQ(
-                sort::PreviewTable(rows),
-                R"(  new  old  item                     description                    qty      amount
-    1    2  Bracket 2in              Steel bracket, 2 inch          20       64.00
-    2    4  Freight                  Freight and delivery           1        25.00
-    3    3  Labor                    Assembly on site               2        130.00
-    4    1  Widget                   Standard widget                10       125.00
-)");
+            // tests/data/preview-3001.txt: the table the preview shows.
+            EXPECT_EQ(sort::PreviewTable(rows), expected);
             return accept;
         };
         EXPECT_EQ(rig.Go(), accept) << rig.app.run.status;
-        EXPECT_EQ(shown, (std::vector<std::string>{"Bracket 2in", "Freight", "Labor", "Widget"}));
         EXPECT_EQ(rig.Items(), accept ? shown : before);
         EXPECT_EQ(rig.InDebugLog("The new order was not written"), !accept);
         int writes = 0;

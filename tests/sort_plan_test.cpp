@@ -2,9 +2,9 @@
 // weights (the property test checks the invariants on random transactions through qbsim).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "sort/engine.h"
@@ -31,30 +31,22 @@ struct Table {
     std::size_t Group(std::string item, const std::vector<std::string>& members) {
         const std::size_t group = Add(item, "0", qb::kLineGroup);
         for (const std::string& m : members) rows[Add(m, "1")].group = group;
-        TxnLine end;
-        end.lineType = qb::kLineGroupEnd;
-        end.group = group;
-        end.itemFullName = item;
-        rows.push_back(end);
+        rows[Add(item, "", qb::kLineGroupEnd)].group = group;
         return group;
     }
     void Item(std::string name, int kind, std::string price = {},
               std::vector<std::pair<std::string, std::string>> fields = {}) {
-        ItemRec rec;
+        ItemRec& rec = items[name];
         rec.fullName = name;
         rec.kind = kind;
         rec.price = std::move(price);
         rec.customFields = std::move(fields);
-        items[name] = std::move(rec);
-    }
-    ItemLookup Lookup() const {
-        return [this](const std::string& name) -> const ItemRec* {
-            const auto it = items.find(name);
-            return it == items.end() ? nullptr : &it->second;
-        };
     }
     SortPlan Plan(const SortSettings& settings, qb::TxnKind kind = qb::TxnKind::Invoice) const {
-        return BuildSortPlan(rows, 0, rows.size(), settings, Lookup(), kind, "T1");
+        const ItemLookup lookup = [this](const std::string& name) -> const ItemRec* {
+            return items.contains(name) ? &items.at(name) : nullptr;
+        };
+        return BuildSortPlan(rows, 0, rows.size(), settings, lookup, kind, "T1");
     }
 };
 
@@ -80,61 +72,27 @@ std::string Layout(const SortPlan& plan, const Table& t) {
     return text;
 }
 
+// Groups move whole, keyed by their group row; percentage discounts (by the line's rate or the
+// item's price) follow their line; subtotals stay and bound the sections; blank and description
+// lines stay with the line above, or sort by their own keys.
 TEST(SortPlan, UnitsAndSections) {
-    struct Case {
-        const char* name;
-        Table table;
-        bool keepBlank;
-        std::string expected;
-    };
-    std::vector<Case> cases;
-    {
-        Table t;
-        t.Add("Z");
-        t.Group("K", {"m2", "m1"});
-        t.Add("A");
-        cases.push_back({"a group moves whole, keyed by its group row", t, false, "|A|K|Z"});
-    }
-    {
-        Table t;
-        t.Add("Z");
-        t.rows[t.Add("D")].ratePercent = "-10.0";
-        t.Add("A");
-        t.Add("C");
-        t.Add("Off");
-        t.Item("Off", kItemDiscount, "-5%");
-        t.Item("Flat", kItemDiscount, "-5.00");
-        t.Add("Flat");
-        cases.push_back({"percentage discounts follow their line", t, false, "|A|COff|Flat|ZD"});
-    }
-    {
-        Table t;
-        t.Add("C");
-        t.Add("A");
-        t.Add("Sub");
-        t.rows[t.Add("P")].ratePercent = "5";
-        t.Add("D");
-        t.Add("B");
-        t.Add("Other:Subtotal");  // not in the item table: known by its name
-        t.Add("0");
-        t.Item("Sub", kItemSubtotal);
-        cases.push_back(
-            {"subtotals stay and bound the sections", t, false, "|A|C|SubP|B|D|Other:Subtotal|0"});
-    }
-    {
-        Table t;
-        t.Add("C");
-        t.Add("", "0", qb::kLineBlank);
-        t.Add("", "0", qb::kLineDescOnly);
-        t.Add("A");
-        cases.push_back(
-            {"blank and description lines stay with the line above", t, true, "|A|C--"});
-        cases.push_back({"or sort by their own keys", t, false, "|-|-|A|C"});
-    }
-    for (const Case& c : cases) {
-        SortSettings settings = ByItem(c.keepBlank);
-        EXPECT_EQ(Layout(c.table.Plan(settings), c.table), c.expected) << c.name;
-    }
+    Table t;
+    t.Add("Z");
+    t.rows[t.Add("D")].ratePercent = "-10.0";
+    t.Group("K", {"m2", "m1"});
+    for (const char* item : {"A", "C", "Off", "Flat", "Sub"}) t.Add(item);
+    t.rows[t.Add("P")].ratePercent = "5";
+    t.Add("E");
+    t.Add("", "0", qb::kLineBlank);
+    t.Add("", "0", qb::kLineDescOnly);
+    t.Add("B");
+    t.Add("Other:Subtotal");  // not in the item table: known by its name
+    t.Add("0");
+    t.Item("Off", kItemDiscount, "-5%");
+    t.Item("Flat", kItemDiscount, "-5.00");
+    t.Item("Sub", kItemSubtotal);
+    EXPECT_EQ(Layout(t.Plan(ByItem(true)), t), "|A|COff|Flat|K|ZD|SubP|B|E--|Other:Subtotal|0");
+    EXPECT_EQ(Layout(t.Plan(ByItem(false)), t), "|A|COff|Flat|K|ZD|SubP|-|-|B|E|Other:Subtotal|0");
 }
 
 TEST(SortPlan, BlankLines) {
@@ -143,21 +101,17 @@ TEST(SortPlan, BlankLines) {
     t.rows[t.Add("D")].ratePercent = "10";
     t.Add("A");
     t.Add("", "", qb::kLineBlank);  // an earlier sort's: gone when new ones come in
-    struct Case {
-        BlankLines where;
-        int count;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
+    const std::tuple<BlankLines, int, std::string> cases[] = {
+        // where, how many, the plan
         {BlankLines::None, 2, "|-|A|BD"},    {BlankLines::Before, 0, "|-|A|BD"},
         {BlankLines::After, 0, "|-|A|BD"},   {BlankLines::Before, 1, "_|A_|BD"},
         {BlankLines::After, 2, "|A__|BD__"}, {BlankLines::Before, -3, "|-|A|BD"},
     };
-    for (const Case& c : cases) {
+    for (const auto& [where, count, expected] : cases) {
         SortSettings s = ByItem();
-        s.blankLines = c.where;
-        s.blankCount = c.count;
-        EXPECT_EQ(Layout(t.Plan(s), t), c.expected) << static_cast<int>(c.where) << c.count;
+        s.blankLines = where;
+        s.blankCount = count;
+        EXPECT_EQ(Layout(t.Plan(s), t), expected) << static_cast<int>(where) << count;
     }
 }
 

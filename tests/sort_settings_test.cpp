@@ -1,10 +1,8 @@
-// Tests of reading the sort settings from the main form and planning a queried transaction.
+// Tests of reading the sort settings from the main form.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "app/run.h"
 #include "fakes/fakes.h"
@@ -16,15 +14,12 @@
 namespace pelmark::sort {
 namespace {
 
-void Select(ui::Control& combo, const std::string& entry) {
-    const auto it = std::find(combo.list.begin(), combo.list.end(), entry);
-    ASSERT_NE(it, combo.list.end()) << entry;
-    combo.listIndex = static_cast<int>(it - combo.list.begin());
-}
-
 TEST(SortSettings, ReadFromTheMainForm) {
     ui::Form form = ui::MakeMainFormModel();
-    Select(*form.Find("cboSortField", 1), "Desc");
+    ui::Control& field = *form.Find("cboSortField", 1);  // chosen from its list
+    field.listIndex = static_cast<int>(std::find(field.list.begin(), field.list.end(), "Desc") -
+                                       field.list.begin());
+    ASSERT_LT(field.listIndex, static_cast<int>(field.list.size()));
     form.Find("chkSortDesc", 1)->value = 1;
     form.Find("chkSortCaseSensitive", 1)->value = 1;
     form.Find("chkKeepBlankItems")->value = 1;
@@ -34,9 +29,7 @@ TEST(SortSettings, ReadFromTheMainForm) {
     EXPECT_EQ(s.levels.size(), static_cast<std::size_t>(ui::kSortLevels));
     ASSERT_EQ(ActiveLevels(s.levels).size(), 1u);
     EXPECT_EQ(s.levels[1].field, "Desc");
-    EXPECT_TRUE(s.levels[1].descending);
-    EXPECT_TRUE(s.levels[1].caseSensitive);
-    EXPECT_TRUE(s.keepBlankItems);
+    EXPECT_TRUE(s.levels[1].descending && s.levels[1].caseSensitive && s.keepBlankItems);
     EXPECT_EQ(s.blankLines, BlankLines::After);
     EXPECT_EQ(s.blankCount, 32767);  // kept as a 16-bit number
 }
@@ -45,13 +38,12 @@ TEST(SortSettings, ReadFromTheMainForm) {
 // no start-up question; only a name the company lacks is reported, once.
 TEST(SortSettings, CustomFieldChoicesWaitForTheCompanysFieldNames) {
     test::TestApp t;
-    std::ifstream in(test::kSampleSettings);
-    std::string ini = (std::ostringstream() << in.rdbuf()).str();
+    std::string ini = test::FileBytes(test::kSampleSettings);
     for (auto [from, to] : {std::pair{"(0)=Item Full Name", "(0)=color"},
                             {"cboCFNetWeight=--None--", "cboCFNetWeight=Net Weight"},
                             {"cboCFItemNetWeightTotal=--None--", "cboCFItemNetWeightTotal=Gone"}})
         ini.replace(ini.find(from), std::string(from).size(), to);
-    std::ofstream(t.dir.File("Pelmark.ini")) << ini;
+    t.dir.Write("Pelmark.ini", ini);
     std::filesystem::copy_file(test::kSampleCompany, t.dir.File("company.xml"));
     sim::SimQuickBooks qb = sim::StartSimQuickBooks(t.dir.File("company.xml"), "3001");
     t.app.sys.qbTransport = qb.transport.get();
@@ -71,29 +63,6 @@ TEST(SortSettings, CustomFieldChoicesWaitForTheCompanysFieldNames) {
     const std::string& said = t.prompter.shown[0].text;
     EXPECT_NE(said.find("cboCFItemNetWeightTotal(Gone)"), std::string::npos) << said;
     EXPECT_EQ(said.find("cboSortField"), std::string::npos) << said;
-}
-
-TEST(SortSettings, PlansOneQueriedTransaction) {
-    test::TestApp t;
-    qb::TxnState& txn = t.app.qb.txn;
-    for (const char* item : {"Q", "P", "C", "A", "B"}) {
-        qb::TxnLine line;
-        line.lineType = qb::kLineItem;
-        line.itemFullName = item;
-        txn.lines.push_back(line);
-    }
-    txn.txns.resize(2);
-    txn.txns[0].lineCount = 2;
-    txn.txns[1].firstLine = 2;
-    txn.txns[1].lineCount = 3;
-    txn.txns[1].txnID = "T2";
-    ui::Form form = ui::MakeMainFormModel();
-    Select(*form.Find("cboSortField", 0), "Item Full Name");
-    const SortPlan plan = PlanTransactionSort(t.app, form, qb::TxnKind::Invoice, 1);
-    std::vector<std::size_t> rows;
-    for (const PlanStep& step : plan.steps) rows.push_back(step.row);
-    EXPECT_EQ(rows, (std::vector<std::size_t>{3, 4, 2}));
-    EXPECT_TRUE(PlanTransactionSort(t.app, form, qb::TxnKind::Invoice, 2).steps.empty());
 }
 
 }  // namespace

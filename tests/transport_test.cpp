@@ -1,32 +1,19 @@
 // Plain words for the request processor's failures.
 #include <gtest/gtest.h>
 
+#include "fakes/fakes.h"
 #include "qb/transport.h"
 
 namespace pelmark::qb {
 namespace {
 
 TEST(TransportWordsTest, KnownAndUnknownCodes) {
-    struct Case {
-        uint32_t hr;
-        const char* words;
-    } cases[] = {
-        {0x80040416, "QuickBooks is not running"},
-        {0x80040408, "Could not start QuickBooks"},
-        {0x80040418, "has not been authorised"},
-        {0x80040414, "A dialog box is open in QuickBooks"},
-        {0x80040422, "single-user mode on another computer"},
-        {0x80040154, "64-bit"},
-        {0x12345678, "the QuickBooks SDK reported an error."},
-    };
-    for (const Case& c : cases) {
-        std::string text = DescribeHresult("BeginSession", c.hr, "from the SDK");
+    for (const auto& row : test::DataRows("hresult-words.txt")) {
+        const std::string text =
+            DescribeHresult("BeginSession", std::stoul(row[0], nullptr, 16), "from the SDK");
         EXPECT_EQ(text.rfind("BeginSession failed: ", 0), 0u) << text;
-        EXPECT_NE(text.find(c.words), std::string::npos) << text;
-        char code[16];
-        std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(c.hr));
-        EXPECT_NE(text.find(std::string("(HRESULT ") + code + ") from the SDK"), std::string::npos)
-            << text;
+        EXPECT_NE(text.find(row[1]), std::string::npos) << text;
+        EXPECT_NE(text.find("(HRESULT 0x" + row[0] + ") from the SDK"), std::string::npos) << text;
     }
 }
 

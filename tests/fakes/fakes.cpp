@@ -72,34 +72,18 @@ std::string XmlEscape(const std::string& text) {
     return out;
 }
 
-FileResult FaultyFileSystem::WriteAll(const std::string& p, const std::string& d) {
-    if (ShouldFail(p)) return {failStatus, "injected failure"};
-    return real().WriteAll(p, d);
-}
-
-FileResult FaultyFileSystem::Append(const std::string& p, const std::string& d) {
-    if (ShouldFail(p)) return {failStatus, "injected failure"};
-    return real().Append(p, d);
-}
-
 TempDir::TempDir() {
     static std::atomic<int> counter{0};
     std::random_device rd;
     dir_ = std::filesystem::temp_directory_path() /
            ("pelmark-test-" + std::to_string(rd()) + "-" + std::to_string(counter++));
     std::filesystem::create_directories(dir_);
+    path_ = (dir_ / "").string();  // the trailing separator, as folder strings are kept
 }
 
 TempDir::~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(dir_, ec);
-}
-
-std::string TempDir::path() const {
-    std::string p = dir_.string();
-    char sep = static_cast<char>(std::filesystem::path::preferred_separator);
-    if (p.empty() || p.back() != sep) p += sep;
-    return p;
 }
 
 void TempDir::Write(const std::string& name, const std::string& data) const {

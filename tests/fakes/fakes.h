@@ -73,7 +73,8 @@ class MapEnvironment : public Environment {
 };
 
 // The real file system, with a fault to inject: the Nth write or append to a path that contains
-// `failPathPart` fails with `failStatus` (N counts from 1; 0 means every such call).
+// `failPathPart`, or copy from one, fails with `failStatus` (N counts from 1; 0 means every such
+// call).
 class FaultyFileSystem : public FileSystem {
   public:
     bool Exists(const std::string& p) override { return real().Exists(p); }
@@ -82,14 +83,18 @@ class FaultyFileSystem : public FileSystem {
     std::optional<std::uintmax_t> FileSize(const std::string& p) override {
         return real().FileSize(p);
     }
-    FileResult WriteAll(const std::string& p, const std::string& d) override;
-    FileResult Append(const std::string& p, const std::string& d) override;
+    FileResult WriteAll(const std::string& p, const std::string& d) override {
+        return ShouldFail(p) ? Injected() : real().WriteAll(p, d);
+    }
+    FileResult Append(const std::string& p, const std::string& d) override {
+        return ShouldFail(p) ? Injected() : real().Append(p, d);
+    }
     FileResult Remove(const std::string& p) override { return real().Remove(p); }
     FileResult Rename(const std::string& f, const std::string& t) override {
         return real().Rename(f, t);
     }
     FileResult Copy(const std::string& f, const std::string& t) override {
-        return real().Copy(f, t);
+        return ShouldFail(f) ? Injected() : real().Copy(f, t);
     }
     FileResult MakeDir(const std::string& p) override { return real().MakeDir(p); }
     std::vector<std::string> ListFiles(const std::string& f) override {
@@ -104,6 +109,7 @@ class FaultyFileSystem : public FileSystem {
   private:
     static FileSystem& real() { return RealFileSystem(); }
     bool ShouldFail(const std::string& path);
+    FileResult Injected() const { return {failStatus, "injected failure"}; }
 };
 
 // A folder of its own under the system's temporary folder, removed at the end.
@@ -114,13 +120,14 @@ class TempDir {
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     // The folder with a trailing separator, as folder strings are kept.
-    std::string path() const;
+    const std::string& path() const { return path_; }
     std::string File(const std::string& name) const { return path() + name; }
     void Write(const std::string& name, const std::string& data) const;
     std::string Read(const std::string& name) const;
 
   private:
     std::filesystem::path dir_;
+    std::string path_;
 };
 
 // A file's bytes ("" when it cannot be read).

@@ -5,7 +5,6 @@
 #include <functional>
 #include <sstream>
 
-#include "app/run.h"
 #include "ui/frmMain.h"
 
 namespace pelmark::test {
@@ -45,32 +44,23 @@ void SortRig::Open(const std::string& ref, const std::string& kind) {
     app.screen = {};
 }
 
-bool SortRig::Go() {
-    return CmdGo(app);
-}
-
 void SortRig::Levels(const std::vector<std::string>& fields) {
     for (int i = 0; i < ui::kSortLevels; ++i) {
         std::string field = i < static_cast<int>(fields.size()) ? fields[i] : "";
         const bool descending = !field.empty() && field[0] == '-';
         if (descending) field.erase(0, 1);
-        ui::Control* combo = app.frmMain.Find("cboSortField", i);
-        combo->listIndex = -1;
-        combo->text = field;
+        Set("cboSortField", field, i);
         app.frmMain.Find("chkSortDesc", i)->value = descending;
     }
 }
 
 void SortRig::Check(const std::string& name, bool on) {
     ui::Control* c = app.frmMain.Find(name);
-    if (c->kind == ui::ControlKind::OptionButton)
-        app.frmMain.SetOption(*c, on);
-    else
-        c->value = on;
+    c->kind == ui::ControlKind::OptionButton ? app.frmMain.SetOption(*c, on) : void(c->value = on);
 }
 
-void SortRig::Set(const std::string& name, const std::string& text) {
-    ui::Control* c = app.frmMain.Find(name);
+void SortRig::Set(const std::string& name, const std::string& text, int index) {
+    ui::Control* c = app.frmMain.Find(name, index);
     c->text = text;
     c->listIndex = -1;
 }
@@ -79,10 +69,6 @@ sim::Company SortRig::Company() const {
     sim::Company company;
     company.LoadFile(companyPath);
     return company;
-}
-
-std::string SortRig::Table() const {
-    return sim::TxnTable(Company(), qb.txn);
 }
 
 std::vector<std::string> SortRig::Items() const {
@@ -104,14 +90,6 @@ bool SortRig::Shown(const std::string& text) const {
     for (const auto& s : t.prompter.shown)
         if (s.text.find(text) != std::string::npos) return true;
     return false;
-}
-
-bool SortRig::InDebugLog(const std::string& text) const {
-    return t.Logged(text);
-}
-
-int SortRig::DisplayRequests() const {
-    return static_cast<int>(Company().DisplayRequests().size());
 }
 
 std::string SortRig::Content() const {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/run.h"
 #include "fakes/fakes.h"
 #include "sim/simRun.h"
 
@@ -37,20 +38,20 @@ struct SortRig {
 
     // Shows another transaction of the same company, as the user would open it.
     void Open(const std::string& ref, const std::string& kind = {});
-    bool Go();
+    bool Go() { return CmdGo(app); }
     // The sort levels: field names, with "-" in front for a descending level.
     void Levels(const std::vector<std::string>& fields);
     void Check(const std::string& name, bool on);
-    void Set(const std::string& name, const std::string& text);
+    void Set(const std::string& name, const std::string& text, int index = -1);
 
     sim::Company Company() const;
-    std::string Table() const;  // qbsim's table of the open transaction
+    std::string Table() const { return sim::TxnTable(Company(), qb.txn); }  // qbsim's table
     // Items of the open transaction's lines in order ("" for blank and description lines;
     // group members follow their group as "  item").
     std::vector<std::string> Items() const;
     bool Shown(const std::string& text) const;  // a message box showed a text containing it
-    bool InDebugLog(const std::string& text) const;
-    int DisplayRequests() const;
+    bool InDebugLog(const std::string& text) const { return t.Logged(text); }
+    int DisplayRequests() const { return static_cast<int>(Company().DisplayRequests().size()); }
     // The open transaction field for field: its XML without what QuickBooks renews on every
     // save (TxnLineID, EditSequence, TimeModified).
     std::string Content() const;
