@@ -244,6 +244,40 @@ class Tree:
             f.write(text)
 
 
+def replanted(log, every, names):
+    """The mutants of an earlier run's output, located again in today's sources by the text of
+    their line (the nearest line with that text to where it was)."""
+    with open(log, encoding="utf-8") as f:
+        entries = re.findall(r"^\[(\S+) \d+/\d+\] (SURVIVED|caught[^:]*): (\S+?):(\d+) \[(\w+)\] "
+                             r"(.*) => (.*)$", f.read(), re.M)
+    drawn, gone, used = {}, {}, set()
+    for name, verdict, path, line, op, before, after in entries:
+        if name not in names or (verdict != "SURVIVED" and not every):
+            continue
+        try:
+            text = open(os.path.join(ROOT, path), encoding="utf-8").read().split("\n")
+        except OSError:
+            text = []
+        # Each line takes one mutant of a kind, within 40 lines of where it was: a second
+        # "return false;" that was elsewhere must not land on the first one's line.
+        at = [i for i, t in enumerate(text) if t.strip() == before.strip() and
+              (path, i, after) not in used and abs(i + 1 - int(line)) <= 40]
+        if not at:
+            gone.setdefault(name, []).append(f"{path}:{line} [{op}] {before}")
+            continue
+        i = min(at, key=lambda i: abs(i + 1 - int(line)))
+        used.add((path, i, after))
+        indent = text[i][:len(text[i]) - len(text[i].lstrip())]
+        drawn.setdefault(name, []).append(Mutant(path, i + 1, op, text[i], indent + after.strip()))
+    for name in names:
+        drawn.setdefault(name, [])
+        print(f"{name}: {len(drawn[name])} planted again from {log}; "
+              f"{len(gone.get(name, []))} whose line is gone:")
+        for g in gone.get(name, []):
+            print(f"  gone: {g}")
+    return {n: sorted(m, key=lambda m: (m.path, m.line)) for n, m in drawn.items()}
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     ap.add_argument("--seed", type=int, default=17)
@@ -258,6 +292,12 @@ def main():
     ap.add_argument("--survivors-of", metavar="LOG",
                     help="plant only the drawn mutants that this earlier run's output lists as "
                          "survivors (same seed, count and areas): after tests were added")
+    ap.add_argument("--replant", metavar="LOG",
+                    help="plant again the survivors an earlier run's output lists, found by their "
+                         "text rather than their line (the sources may have changed since); a "
+                         "mutant whose line is gone is counted as gone")
+    ap.add_argument("--replant-all", action="store_true",
+                    help="with --replant: every mutant the log built, caught or not")
     args = ap.parse_args()
 
     areas = {}
@@ -281,6 +321,8 @@ def main():
         for name in drawn:
             drawn[name] = [m for m in drawn[name] if (name, m.describe()) in earlier]
             print(f"{name}: {len(drawn[name])} survivors of {args.survivors_of} planted again")
+    if args.replant:
+        drawn = replanted(args.replant, args.replant_all, set(areas))
     if args.list:
         for name, mutants in drawn.items():
             for m in mutants:
