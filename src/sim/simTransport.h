@@ -57,6 +57,7 @@ class SimTransport : public qb::QbTransport {
   private:
     qb::TransportResult CheckTicket(const char* call, const std::string& ticket) const;
     qb::TransportResult Load(const char* call);
+    qb::TransportResult Refresh(const char* call);
     void Remember(SaveResult& saved);
     bool ReadFile(std::string& bytes) const;
     bool FileChanged();
