@@ -1071,7 +1071,7 @@ SaveResult Company::SaveChanges(const std::string& path) {
                 pugi::encoding_utf8);
     // A log past half the base costs more to read than the base does to write.
     if (whole || !change.first_child() ||
-        logEnd_ + text.text.size() > std::max<std::uint64_t>(baseSize_ / 2, 4096))
+        logEnd_ + text.text.size() > std::max<std::uint64_t>(baseSize_ / 2, 256 * 1024))
         return SaveFile(path);
     std::error_code ec;
     const fs::perms perms = fs::status(fs::path(path), ec).permissions();

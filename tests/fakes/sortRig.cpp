@@ -45,10 +45,6 @@ void SortRig::Open(const std::string& ref, const std::string& kind) {
     app.screen = {};
 }
 
-bool SortRig::Go() {
-    return CmdGo(app);
-}
-
 void SortRig::Levels(const std::vector<std::string>& fields) {
     for (int i = 0; i < ui::kSortLevels; ++i) {
         std::string field = i < static_cast<int>(fields.size()) ? fields[i] : "";
@@ -115,9 +111,8 @@ int SortRig::DisplayRequests() const {
 }
 
 std::string SortRig::Content() const {
-    const sim::Company company = Company();
     pugi::xml_document doc;
-    doc.append_copy(company.FindTxn(qb.txn.kind, qb.txn.txnID));
+    doc.append_copy(Company().FindTxn(qb.txn.kind, qb.txn.txnID));
     std::function<void(pugi::xml_node)> strip = [&](pugi::xml_node n) {
         for (const char* name : {"TxnLineID", "EditSequence", "TimeModified"})
             while (n.child(name)) n.remove_child(name);

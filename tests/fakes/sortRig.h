@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "app/run.h"
 #include "fakes/fakes.h"
 #include "sim/simRun.h"
 
@@ -37,7 +38,7 @@ struct SortRig {
 
     // Shows another transaction of the same company, as the user would open it.
     void Open(const std::string& ref, const std::string& kind = {});
-    bool Go();
+    bool Go() { return CmdGo(app); }
     // The sort levels: field names, with "-" in front for a descending level.
     void Levels(const std::vector<std::string>& fields);
     void Check(const std::string& name, bool on);
