@@ -1088,6 +1088,10 @@ SaveResult Company::SaveChanges(const std::string& path) {
     {
         std::ofstream out(logPath,
                           std::ios::binary | (logEnd_ > 0 ? std::ios::app : std::ios::trunc));
+        // Windows keeps a deleted file's name until its last handle is closed ("If a file cannot
+        // be deleted, its name cannot be reused", Microsoft's "Closing and Deleting Files"), so
+        // a log deleted while a reader held it may not be made again yet: a full save instead.
+        if (!out.is_open() && logEnd_ == 0) return SaveFile(path);
         out.write(text.text.data(), static_cast<std::streamsize>(text.text.size()));
         out.flush();
         out.close();
