@@ -7,17 +7,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 #ifndef _WIN32
 #include <sys/wait.h>
 #endif
 
 #include "fakes/fakes.h"
-#include "qb/qbxml.h"
 #include "qb/qbxmlResponse.h"
 #include "sim/company.h"
 #include "sim/processor.h"
@@ -41,26 +40,19 @@ std::string MsgSet(const std::string& requests, const std::string& onError = "st
            "\n</QBXMLMsgsRq>\n</QBXML>\n";
 }
 
-// A custom field added to the small company's invoice.
-std::string AddPO(const std::string& value) {
-    return MsgSet(
-        "<DataExtAddRq><DataExtAdd><OwnerID>0</OwnerID><DataExtName>PO Ref</DataExtName>"
-        "<TxnDataExtType>Invoice</TxnDataExtType><TxnID>1A2B-1700000000</TxnID>"
-        "<DataExtValue>" +
-        value + "</DataExtValue></DataExtAdd></DataExtAddRq>");
-}
-
-std::string Hex(std::uint32_t v) {
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "0x%08X", static_cast<unsigned>(v));
-    return buf;
+// A custom field added to (or changed on) the small company's invoice.
+std::string AddPO(const std::string& value, const std::string& verb = "Add") {
+    return MsgSet("<DataExt" + verb + "Rq><DataExt" + verb +
+                  "><OwnerID>0</OwnerID><DataExtName>PO Ref</DataExtName><TxnDataExtType>Invoice"
+                  "</TxnDataExtType><TxnID>1A2B-1700000000</TxnID><DataExtValue>" +
+                  value + "</DataExtValue></DataExt" + verb + "></DataExt" + verb + "Rq>");
 }
 
 // Answers QuickBooks would give, checked against Intuit's reference by its validator. The
 // validator is Python on the build machine, so the native suite checks them; the Windows build
 // of qbsim gives the same answers (the scenario replay compares them byte for byte).
-void ExpectValidResponses(const std::vector<std::string>& answers) {
 #ifndef _WIN32
+void ExpectValidResponses(const std::vector<std::string>& answers) {
     fs::path validator =
         fs::path(PELMARK_SOURCE_DIR) / ".." / "shared" / "tools" / "qbxml_validate.py";
     ASSERT_TRUE(fs::exists(validator)) << "no " << validator;
@@ -72,10 +64,8 @@ void ExpectValidResponses(const std::vector<std::string>& answers) {
     }
     EXPECT_EQ(std::system((command + " > '" + dir.File("out.txt") + "' 2>&1").c_str()), 0)
         << dir.Read("out.txt");
-#else
-    (void)answers;
-#endif
 }
+#endif
 
 // ---- Recorded scenarios ------------------------------------------------------------------
 
@@ -139,7 +129,9 @@ TEST(QbsimScenarios, AnswerAsRecorded) {
                 if (loaded.ok()) before = company.ToXml();
             } else {
                 r = ProcessRequest(company, text);
-                got = r.ok ? r.response : Hex(r.hresult) + " " + r.message + "\n";
+                char hex[16];
+                std::snprintf(hex, sizeof hex, "0x%08X", static_cast<unsigned>(r.hresult));
+                got = r.ok ? r.response : hex + (" " + r.message + "\n");
                 label = r.ok ? "response" : "refused";
             }
             rewritten += "--- " + label + "\n" + got;
@@ -171,7 +163,9 @@ TEST(QbsimScenarios, AnswerAsRecorded) {
         if (record) std::ofstream(entry.path(), std::ios::binary) << rewritten;
     }
     EXPECT_GE(steps, 40);
+#ifndef _WIN32
     ExpectValidResponses(answers);
+#endif
 }
 
 // ---- Real answers -------------------------------------------------------------------------
@@ -250,32 +244,13 @@ TEST(QbsimRealAnswers, EveryObjectComesBackUnchanged) {
 
 // ---- The company file --------------------------------------------------------------------
 
-TEST(QbsimCompanyFile, SavesAtomicallyAndNumbersNewIDsAsQuickBooks) {
-    test::TempDir dir;
+TEST(QbsimCompanyFile, NumbersNewIDsAsQuickBooks) {
     Company company;
     ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
-    ASSERT_TRUE(company.SaveFile(dir.File("co.xml")).ok);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 1) << "no temporary file";
-    Company again;
-    ASSERT_TRUE(again.LoadFile(dir.File("co.xml")).ok());
-    EXPECT_EQ(again.ToXml(), company.ToXml());
-
-    // A read-only company file is refused (whoever runs the test) and stays whole.
-    const std::string old = dir.Read("co.xml");
-    fs::permissions(dir.File("co.xml"),
-                    fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
-                    fs::perm_options::remove);
-    company.Touch(company.FindTxn("Invoice", "1A2B-1700000000"));
-    SaveResult failed = company.SaveFile(dir.File("co.xml"));
-    EXPECT_FALSE(failed.ok);
-    EXPECT_NE(failed.description.find("co.xml is read-only"), std::string::npos);
-    EXPECT_EQ(dir.Read("co.xml"), old);
-    fs::permissions(dir.File("co.xml"), fs::perms::owner_write, fs::perm_options::add);
-
     // No counter stored: new IDs continue above every ID in the file, and the counter is kept.
-    EXPECT_EQ(again.NewTxnLineID("1A2B-1700000000"), "80000000-1700000000");
-    EXPECT_STREQ(again.Root().child(kSettingsName).attribute("nextID").value(), "80000001");
-    EXPECT_TRUE(again.Modified());
+    EXPECT_EQ(company.NewTxnLineID("1A2B-1700000000"), "80000000-1700000000");
+    EXPECT_STREQ(company.Root().child(kSettingsName).attribute("nextID").value(), "80000001");
+    EXPECT_TRUE(company.Modified());
 }
 
 // ---- Transport and command line ----------------------------------------------------------
@@ -309,13 +284,50 @@ TEST(QbsimTransport, SessionsAndCallOrder) {
     const std::string add = AddPO("PO-9");
     ASSERT_TRUE(sim.ProcessRequest(ticket, add, &response).ok);
     EXPECT_NE(dir.Read("co.xml").find("PO-9"), std::string::npos);
-    EXPECT_FALSE(fs::exists(dir.File("co.xml.tmp")));
+
+    // Two runs at once: each change is a record appended to the log beside the file, and each run
+    // reads the other's records first. A company whose writer was killed before its connection
+    // closed loads with every change, less a record cut short; a log older than the file is not
+    // applied; closing a connection folds the log into the file.
+    SimTransport other(dir.File("co.xml"));
+    std::string t2, base = dir.Read("co.xml");
+    ASSERT_TRUE(other.OpenConnection("", "B").ok &&
+                other.BeginSession("", qb::kOpenDoNotCare, &t2).ok);
+    auto has = [&](const std::string& value) {
+        Company c;
+        return c.LoadFile(dir.File("co.xml")).ok() && c.ToXml().find(value) != std::string::npos;
+    };
+    const std::string query = MsgSet(
+        "<InvoiceQueryRq><TxnID>1A2B-1700000000</TxnID><OwnerID>0</OwnerID></InvoiceQueryRq>");
+    for (auto [t, tk, was, value] :
+         {std::tuple{&other, &t2, "PO-9", "PO-10"}, {&sim, &ticket, "PO-10", "PO-11"}}) {
+        ASSERT_TRUE(t->ProcessRequest(*tk, query, &response).ok);
+        EXPECT_NE(response.find(was), std::string::npos) << response;
+        ASSERT_TRUE(t->ProcessRequest(*tk, AddPO(value, "Mod"), &response).ok);
+        EXPECT_TRUE(has(value) && dir.Read("co.xml") == base) << value;
+    }
+    const std::string log = dir.Read("co.xml.log");
+    dir.Write("co.xml.log", log + "<QBSimChange>\n  <InvoiceRet>");
+    ASSERT_TRUE(other.ProcessRequest(t2, AddPO("PO-12", "Mod"), &response).ok);
+    EXPECT_TRUE(has("PO-12") && other.CloseConnection().ok && !fs::exists(dir.File("co.xml.log")));
+    dir.Write("co.xml.log", log);
+    EXPECT_TRUE(has("PO-12") && !has("PO-11") && dir.Read("co.xml") != base);
 
     // Changed on disk behind qbsim's back (the value is gone): the next request sees the file,
     // and the same add goes through again.
     dir.Write("co.xml", kSmallCompany);
     ASSERT_TRUE(sim.ProcessRequest(ticket, add, &response).ok);
     EXPECT_NE(response.find("statusCode=\"0\""), std::string::npos) << response;
+
+    // A read-only company file is refused (whoever runs the test), and nothing is written.
+    fs::permissions(dir.File("co.xml"),
+                    fs::perms::owner_write | fs::perms::group_write | fs::perms::others_write,
+                    fs::perm_options::remove);
+    const std::string before = dir.Read("co.xml"), beforeLog = dir.Read("co.xml.log");
+    qb::TransportResult refusedSave = sim.ProcessRequest(ticket, AddPO("PO-13", "Mod"), &response);
+    EXPECT_NE(refusedSave.message.find("co.xml is read-only"), std::string::npos);
+    EXPECT_TRUE(dir.Read("co.xml") == before && dir.Read("co.xml.log") == beforeLog);
+    fs::permissions(dir.File("co.xml"), fs::perms::owner_write, fs::perm_options::add);
 
     ASSERT_TRUE(sim.EndSession(ticket).ok);
     EXPECT_EQ(sim.EndSession(ticket).hresult, kHrUnexpected);
@@ -337,13 +349,15 @@ TEST(QbsimCli, RequestFromStandardInput) {
         int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     };
-    EXPECT_EQ(run("bad.xml", "add.xml"), 2);
-    EXPECT_NE(dir.Read("err.txt").find("line 2"), std::string::npos) << dir.Read("err.txt");
-    EXPECT_EQ(run("co.xml", "junk.xml"), 3);
-    EXPECT_NE(dir.Read("err.txt").find("0x80040400"), std::string::npos) << dir.Read("err.txt");
-    EXPECT_EQ(dir.Read("co.xml"), kSmallCompany);
-    EXPECT_EQ(run("co.xml", "add.xml"), 0);
-    EXPECT_NE(dir.Read("out.txt").find("<DataExtAddRs statusCode=\"0\""), std::string::npos);
+    // A broken company, a message set that is not one (the company untouched), a change.
+    for (auto [company, input, status, file, words] :
+         {std::tuple{"bad.xml", "add.xml", 2, "err.txt", "line 2"},
+          {"co.xml", "junk.xml", 3, "err.txt", "0x80040400"},
+          {"co.xml", "add.xml", 0, "out.txt", "<DataExtAddRs statusCode=\"0\""}}) {
+        EXPECT_EQ(run(company, input), status) << input;
+        EXPECT_NE(dir.Read(file).find(words), std::string::npos) << dir.Read(file);
+        EXPECT_EQ(dir.Read("co.xml") == kSmallCompany, status != 0) << input;
+    }
     EXPECT_NE(dir.Read("co.xml").find("PO-1"), std::string::npos);
 }
 #endif

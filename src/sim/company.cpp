@@ -32,6 +32,18 @@ bool IsItemRet(std::string_view name) {
     return std::find(std::begin(kItemRets), std::end(kItemRets), name) != std::end(kItemRets);
 }
 
+// The base file's root attribute that its log names.
+constexpr const char* kGeneration = "generation";
+constexpr const char* kRemoveName = "QBSimRemove";
+constexpr std::string_view kCommit = "</QBSimChange>\n";
+
+// What identifies a stored object: its TxnID or ListID ("" for neither).
+std::string IdOf(pugi::xml_node object) {
+    pugi::xml_node id = object.child("TxnID");
+    if (!id) id = object.child("ListID");
+    return id.text().get();
+}
+
 // The list kinds whose Ret carries FullName (the others have Name only).
 bool HasFullName(std::string_view retName) {
     static const std::set<std::string_view> kinds = {
@@ -398,12 +410,73 @@ bool SameOwner(std::string_view a, std::string_view b) {
     return SameText(strip(a), strip(b));
 }
 
+// Every top-level element by name and by TxnID or ListID, in file order. Changes through
+// Append, Replace and Remove keep it; it is built again when the root's first or last child is
+// not the one it was built with (an element added or taken away another way).
+struct Company::Index {
+    pugi::xml_node first, last;
+    std::unordered_map<std::string, std::vector<pugi::xml_node>> byName, byID;
+    std::vector<pugi::xml_node> items;
+
+    void Add(pugi::xml_node e) {
+        byName[e.name()].push_back(e);
+        if (std::string id = IdOf(e); !id.empty()) byID[id].push_back(e);
+        if (IsItemRet(e.name())) items.push_back(e);
+    }
+    void Swap(pugi::xml_node old, pugi::xml_node now) {
+        auto in = [&](std::vector<pugi::xml_node>& list) {
+            std::replace(list.begin(), list.end(), old, now);
+        };
+        in(byName[old.name()]);
+        if (IsItemRet(old.name())) in(items);
+        const std::string oldID = IdOf(old), newID = IdOf(now);
+        if (oldID == newID) {
+            if (!oldID.empty()) in(byID[oldID]);
+        } else {
+            Drop(byID, oldID, old);
+            if (!newID.empty()) byID[newID].push_back(now);
+        }
+    }
+    void Remove(pugi::xml_node e) {
+        Drop(byName, e.name(), e);
+        Drop(byID, IdOf(e), e);
+        items.erase(std::remove(items.begin(), items.end(), e), items.end());
+    }
+    static void Drop(std::unordered_map<std::string, std::vector<pugi::xml_node>>& map,
+                     const std::string& key, pugi::xml_node e) {
+        auto found = map.find(key);
+        if (found == map.end()) return;
+        found->second.erase(std::remove(found->second.begin(), found->second.end(), e),
+                            found->second.end());
+        if (found->second.empty()) map.erase(found);
+    }
+};
+
+const Company::Index& Company::Indexed() const {
+    const pugi::xml_node root = Root();
+    if (!index_ || index_->first != root.first_child() || index_->last != root.last_child()) {
+        index_ = std::make_unique<Index>();
+        for (pugi::xml_node e : Elements(root)) index_->Add(e);
+        index_->first = root.first_child();
+        index_->last = root.last_child();
+    }
+    return *index_;
+}
+
 Company::Company() = default;
 Company::~Company() = default;
 Company::Company(Company&&) noexcept = default;
 Company& Company::operator=(Company&&) noexcept = default;
 
 LoadResult Company::LoadText(std::string_view xml) {
+    std::string generation;
+    LoadResult result = Parse(xml, &generation);
+    // Text that is not a company file's: its first save writes the whole file.
+    if (result.ok()) path_.clear(), generation_.clear(), ForgetLog();
+    return result;
+}
+
+LoadResult Company::Parse(std::string_view xml, std::string* generation) {
     auto doc = std::make_unique<pugi::xml_document>();
     pugi::xml_parse_result parsed = doc->load_buffer(xml.data(), xml.size(), kParseOptions);
     LoadResult result;
@@ -419,8 +492,17 @@ LoadResult Company::LoadText(std::string_view xml) {
     }
     result = Checker(xml).Check(*doc);
     if (!result.ok()) return result;
+    // The generation belongs to the file, not to the company: ToXml leaves it out.
+    pugi::xml_node root = doc->document_element();
+    if (pugi::xml_attribute a = root.attribute(kGeneration)) {
+        *generation = a.value();
+        root.remove_attribute(a);
+    }
     doc_ = std::move(doc);
-    modified_ = false;
+    index_.reset();
+    modified_ = untracked_ = false;
+    dirty_.clear();
+    removed_.clear();
     saved_.clear();
     return result;
 }
@@ -433,17 +515,29 @@ LoadResult Company::LoadFile(const std::string& path, std::string* bytes) {
         result.description = "the company file " + path + " does not exist";
         return result;
     }
-    std::ifstream in(fs::path(path), std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (!in || in.bad()) {
+    std::string text;
+    if (!ReadShared(path, text)) {
         result.status = LoadStatus::Unreadable;
         result.description = "the company file " + path + " could not be read";
         return result;
     }
-    if (!bytes) return LoadText(text.str());
-    *bytes = std::move(text).str();
-    return LoadText(*bytes);
+    Company next;
+    next.reuseSaved_ = reuseSaved_;
+    std::string generation;
+    result = next.Parse(text, &generation);
+    if (!result.ok()) return result;
+    next.path_ = path;
+    next.generation_ = std::move(generation);
+    next.baseSize_ = text.size();
+    if (next.ReadLogTail(path) == Tail::Reload) {
+        result.status = LoadStatus::Malformed;
+        result.description = "the change log " + LogPathOf(path) + " is damaged: a record that " +
+                             "ends with its commit mark is not readable";
+        return result;
+    }
+    *this = std::move(next);
+    if (bytes) *bytes = std::move(text);
+    return result;
 }
 
 namespace {
@@ -481,7 +575,7 @@ std::string Company::ToXml() const {
 // surrounds them comes from a copy of the document whose root holds one stand-in child, and
 // pugixml prints a child at depth 1 exactly as it does inside the document (indented, with its
 // line break), as long as the root holds elements and comments only.
-std::string Company::SaveText() const {
+std::string Company::SaveText() {
     const pugi::xml_node root = Root();
     if (!reuseSaved_ || !root.first_child()) return ToXml();
     pugi::xml_document shell;
@@ -528,7 +622,7 @@ std::string Company::SaveText() const {
     return std::move(out.text);
 }
 
-SaveResult Company::SaveFile(const std::string& path) const {
+SaveResult Company::SaveFile(const std::string& path) {
     SaveResult result;
     if (!doc_) return {false, "there is no company to save", {}, {}};
     const fs::path target = fs::path(path);
@@ -546,6 +640,11 @@ SaveResult Company::SaveFile(const std::string& path) const {
                   static_cast<unsigned>(random()));
     fs::path temp = target;
     temp += suffix;
+    char generation[24];
+    std::snprintf(generation, sizeof generation, "%08X%08X", static_cast<unsigned>(random()),
+                  static_cast<unsigned>(random()));
+    pugi::xml_attribute mark = Root().append_attribute(kGeneration);
+    mark.set_value(generation);
     std::string xml = SaveText();
 #ifndef NDEBUG
     if (reuseSaved_ && xml != ToXml()) {
@@ -553,6 +652,7 @@ SaveResult Company::SaveFile(const std::string& path) const {
         std::abort();
     }
 #endif
+    Root().remove_attribute(mark);
     {
         std::ofstream out(temp, std::ios::binary | std::ios::trunc);
         if (!out) return {false, "could not create " + temp.string(), {}, {}};
@@ -586,6 +686,16 @@ SaveResult Company::SaveFile(const std::string& path) const {
         fs::remove(temp, ignored);
         return {false, "could not replace " + path + ": " + ec.message(), {}, {}};
     }
+    // The log continued the old base; with the new one in place it is stale whether or not it
+    // can be deleted now (Windows refuses while a reader has it open).
+    fs::remove(fs::path(LogPathOf(path)), ec);
+    path_ = path;
+    generation_ = generation;
+    baseSize_ = xml.size();
+    ForgetLog();
+    dirty_.clear();
+    removed_.clear();
+    untracked_ = false;
     result.written = std::move(xml);
     result.stamp = StampOf(path);
     return result;
@@ -622,28 +732,25 @@ pugi::xml_node Company::CompanyInfo() const {
 }
 
 std::vector<pugi::xml_node> Company::Objects(std::string_view retName) const {
-    std::vector<pugi::xml_node> out;
-    for (pugi::xml_node e : Elements(Root())) {
-        if (retName == e.name()) out.push_back(e);
-    }
-    return out;
+    const Index& index = Indexed();
+    auto found = index.byName.find(std::string(retName));
+    return found == index.byName.end() ? std::vector<pugi::xml_node>() : found->second;
 }
 
 std::vector<pugi::xml_node> Company::Items() const {
-    std::vector<pugi::xml_node> out;
-    for (pugi::xml_node e : Elements(Root())) {
-        if (IsItemRet(e.name())) out.push_back(e);
-    }
-    return out;
+    return Indexed().items;
 }
 
-// These run for every reference in every request, over every object of the company: the name
-// is measured once per object, and no list of the objects is built.
+// These run for every reference in every request: through the index, so that they cost the
+// objects of one ID or kind, not the company.
 pugi::xml_node Company::FindByListID(const std::vector<std::string_view>& retNames,
                                      std::string_view listID) const {
-    for (pugi::xml_node e = Root().first_child(); e; e = e.next_sibling()) {
-        const std::string_view name = e.name();
-        if (std::find(retNames.begin(), retNames.end(), name) != retNames.end() &&
+    const Index& index = Indexed();
+    auto found = index.byID.find(std::string(listID));
+    if (found == index.byID.end()) return {};
+    for (pugi::xml_node e : found->second) {
+        if (std::find(retNames.begin(), retNames.end(), std::string_view(e.name())) !=
+                retNames.end() &&
             e.child("ListID").text().get() == listID) {
             return e;
         }
@@ -653,7 +760,16 @@ pugi::xml_node Company::FindByListID(const std::vector<std::string_view>& retNam
 
 pugi::xml_node Company::FindByFullName(const std::vector<std::string_view>& retNames,
                                        std::string_view fullName) const {
-    for (pugi::xml_node e = Root().first_child(); e; e = e.next_sibling()) {
+    // The first in file order among the kinds: items share one list, the others have one each.
+    const Index& index = Indexed();
+    std::vector<pugi::xml_node> all;
+    const std::vector<pugi::xml_node>* candidates = &index.items;
+    if (!std::all_of(retNames.begin(), retNames.end(), IsItemRet)) {
+        auto one =
+            retNames.size() == 1 ? index.byName.find(std::string(retNames[0])) : index.byName.end();
+        candidates = one != index.byName.end() ? &one->second : &(all = Elements(Root()));
+    }
+    for (pugi::xml_node e : *candidates) {
         const std::string_view name = e.name();
         if (std::find(retNames.begin(), retNames.end(), name) != retNames.end() &&
             SameText(FullNameOf(e), fullName)) {
@@ -664,9 +780,12 @@ pugi::xml_node Company::FindByFullName(const std::vector<std::string_view>& retN
 }
 
 pugi::xml_node Company::FindTxn(std::string_view kind, std::string_view txnID) const {
-    std::string retName = std::string(kind) + "Ret";
-    for (pugi::xml_node e : Root().children(retName.c_str())) {
-        if (ChildText(e, "TxnID") == txnID) return e;
+    const std::string retName = std::string(kind) + "Ret";
+    const Index& index = Indexed();
+    auto found = index.byID.find(std::string(txnID));
+    if (found == index.byID.end()) return {};
+    for (pugi::xml_node e : found->second) {
+        if (e.name() == retName && e.child("TxnID").text().get() == txnID) return e;
     }
     return {};
 }
@@ -768,7 +887,50 @@ std::int64_t Company::NowSeconds() const {
         .count();
 }
 
+void Company::Dirty(pugi::xml_node object) {
+    if (replaying_) return;
+    while (object && object.parent() != Root()) object = object.parent();
+    if (!object) return;
+    if (std::find(dirty_.begin(), dirty_.end(), object) == dirty_.end()) dirty_.push_back(object);
+}
+
+pugi::xml_node Company::Append(pugi::xml_node object) {
+    Index* index = index_ ? (Indexed(), index_.get()) : nullptr;
+    pugi::xml_node stored = Root().append_copy(object);
+    if (index) {
+        index->Add(stored);
+        index->first = Root().first_child();
+        index->last = stored;
+    }
+    Dirty(stored);
+    modified_ = true;
+    return stored;
+}
+
+pugi::xml_node Company::Replace(pugi::xml_node old, pugi::xml_node object) {
+    Index* index = index_ ? (Indexed(), index_.get()) : nullptr;
+    pugi::xml_node stored = Root().insert_copy_after(object, old);
+    if (index) index->Swap(old, stored);
+    std::replace(dirty_.begin(), dirty_.end(), old, stored);
+    Root().remove_child(old);
+    if (index) index->first = Root().first_child(), index->last = Root().last_child();
+    Dirty(stored);
+    modified_ = true;
+    return stored;
+}
+
+void Company::Remove(pugi::xml_node object) {
+    Index* index = index_ ? (Indexed(), index_.get()) : nullptr;
+    if (index) index->Remove(object);
+    dirty_.erase(std::remove(dirty_.begin(), dirty_.end(), object), dirty_.end());
+    if (!replaying_) removed_.emplace_back(object.name(), IdOf(object));
+    Root().remove_child(object);
+    if (index) index->first = Root().first_child(), index->last = Root().last_child();
+    modified_ = true;
+}
+
 void Company::Touch(pugi::xml_node object) {
+    Dirty(object);
     SetChildText(object, "TimeModified", Now(), {"ListID", "TxnID", "TimeCreated"});
     // QuickBooks' EditSequence is a time in seconds; a change within the same second (or under a
     // fixed clock) still gets a new one.
@@ -804,6 +966,145 @@ void Company::RecordDisplay(std::string_view txnType, std::string_view txnID) {
     r.append_attribute("txnID").set_value(std::string(txnID).c_str());
     r.append_attribute("time").set_value(Now().c_str());
     modified_ = true;
+}
+
+// ---- The change log ----------------------------------------------------------------------
+
+std::string LogPathOf(const std::string& companyPath) {
+    return companyPath + ".log";
+}
+
+void Company::ForgetLog() {
+    logEnd_ = 0;
+    logRecords_ = 0;
+    logStamp_ = path_.empty() ? FileStamp() : StampOf(LogPathOf(path_));
+}
+
+std::string Company::LogHeader() const {
+    return "<QBSimLog base=\"" + generation_ + "\" size=\"" + std::to_string(baseSize_) + "\"/>\n";
+}
+
+Company::Tail Company::ReadLogTail(const std::string& path) {
+    if (!doc_ || path != path_) return Tail::Reload;
+    const std::string logPath = LogPathOf(path);
+    const FileStamp stamp = StampOf(logPath);
+    if (stamp == logStamp_) return Tail::Same;
+    std::string text;
+    if (!stamp.ok || !ReadShared(logPath, text)) {
+        // Gone: the base was written anew since (when the log was in use), or there never was one.
+        if (logEnd_ > 0) return Tail::Reload;
+        logStamp_ = stamp;
+        return Tail::Same;
+    }
+    const std::string header = LogHeader();
+    const bool ours = !generation_.empty() && text.compare(0, header.size(), header) == 0;
+    if (logEnd_ > 0 && (!ours || text.size() < logEnd_)) return Tail::Reload;
+    logStamp_ = stamp;
+    if (!ours) return Tail::Same;  // stale: left from before the base was written
+    std::size_t at = logEnd_ > 0 ? static_cast<std::size_t>(logEnd_) : header.size();
+    const std::size_t before = logRecords_;
+    const bool wasModified = modified_;
+    replaying_ = true;
+    for (std::size_t end; (end = text.find(kCommit, at)) != std::string::npos; at = end) {
+        end += kCommit.size();
+        pugi::xml_document record;
+        if (!record.load_buffer(text.data() + at, end - at, kParseOptions) ||
+            std::string_view(record.document_element().name()) != "QBSimChange") {
+            replaying_ = false;
+            modified_ = wasModified;
+            return Tail::Reload;
+        }
+        for (pugi::xml_node c : Elements(record.document_element())) {
+            const std::string_view name = c.name();
+            if (name == kSettingsName) {
+                // In place: the settings stay the root's first child, and the index stays good.
+                pugi::xml_node settings = MakeSettings();
+                settings.remove_attributes();
+                settings.remove_children();
+                for (pugi::xml_attribute a : c.attributes()) settings.append_copy(a);
+                for (pugi::xml_node n : c.children()) settings.append_copy(n);
+                continue;
+            }
+            const bool removal = name == kRemoveName;
+            const std::string kind = removal ? c.attribute("kind").value() : std::string(name);
+            const std::string id = removal ? c.attribute("id").value() : IdOf(c);
+            pugi::xml_node old;
+            if (id.empty()) {
+                const std::vector<pugi::xml_node> all = Objects(kind);
+                if (!all.empty()) old = all.front();
+            } else if (auto found = Indexed().byID.find(id); found != Indexed().byID.end()) {
+                for (pugi::xml_node o : found->second)
+                    if (kind == o.name()) old = o;
+            }
+            if (removal) {
+                if (old) Remove(old);
+            } else {
+                old ? Replace(old, c) : Append(c);
+            }
+        }
+        ++logRecords_;
+    }
+    replaying_ = false;
+    modified_ = wasModified;
+    logEnd_ = at;
+    return logRecords_ > before ? Tail::Applied : Tail::Same;
+}
+
+SaveResult Company::SaveChanges(const std::string& path) {
+    if (!doc_) return {false, "there is no company to save", {}, {}};
+    bool whole = untracked_ || generation_.empty() || path != path_;
+    pugi::xml_document record;
+    pugi::xml_node change = record.append_child("QBSimChange");
+    if (pugi::xml_node settings = Settings()) change.append_copy(settings);
+    for (pugi::xml_node o : dirty_) {
+        whole = whole || IdOf(o).empty();
+        change.append_copy(o);
+    }
+    for (const auto& [kind, id] : removed_) {
+        pugi::xml_node r = change.append_child(kRemoveName);
+        r.append_attribute("kind").set_value(kind.c_str());
+        if (!id.empty()) r.append_attribute("id").set_value(id.c_str());
+    }
+    StringWriter text;
+    if (logEnd_ == 0) text.text = LogHeader();
+    record.save(text, kIndent, pugi::format_default | pugi::format_no_declaration,
+                pugi::encoding_utf8);
+    // A log past half the base costs more to read than the base does to write.
+    if (whole || !change.first_child() ||
+        logEnd_ + text.text.size() > std::max<std::uint64_t>(baseSize_ / 2, 256 * 1024))
+        return SaveFile(path);
+    std::error_code ec;
+    const fs::perms perms = fs::status(fs::path(path), ec).permissions();
+    if (!ec && (perms & fs::perms::owner_write) == fs::perms::none)
+        return {false, "the company file " + path + " is read-only; nothing was changed", {}, {}};
+    const fs::path logPath = fs::path(LogPathOf(path));
+    if (logEnd_ > 0) {
+        // A record a writer did not finish goes before this one is added.
+        const std::uintmax_t size = fs::file_size(logPath, ec);
+        if (ec) return SaveFile(path);
+        if (size != logEnd_) fs::resize_file(logPath, logEnd_, ec);
+        if (ec) return {false, "could not write " + logPath.string() + ": " + ec.message(), {}, {}};
+    }
+    {
+        std::ofstream out(logPath,
+                          std::ios::binary | (logEnd_ > 0 ? std::ios::app : std::ios::trunc));
+        // Windows keeps a deleted file's name until its last handle is closed ("If a file cannot
+        // be deleted, its name cannot be reused", Microsoft's "Closing and Deleting Files"), so
+        // a log deleted while a reader held it may not be made again yet: a full save instead.
+        if (!out.is_open() && logEnd_ == 0) return SaveFile(path);
+        out.write(text.text.data(), static_cast<std::streamsize>(text.text.size()));
+        out.flush();
+        out.close();
+        if (out.fail()) return {false, "could not write " + logPath.string(), {}, {}};
+    }
+    logEnd_ += text.text.size();
+    ++logRecords_;
+    logStamp_ = StampOf(logPath.string());
+    dirty_.clear();
+    removed_.clear();
+    SaveResult result;
+    result.logged = true;
+    return result;
 }
 
 }  // namespace pelmark::sim

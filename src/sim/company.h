@@ -37,6 +37,24 @@ namespace pelmark::sim {
 //   nextID          hexadecimal counter for the first part of new IDs ("80000100").
 //   clock           a fixed time for TimeModified and EditSequence, so runs are repeatable.
 //
+// Beside the company file lies its change log, "<company>.log", so that a change costs what
+// changed and not the whole file (SimTransport saves every request set that changes anything):
+//
+//   <QBSimLog base="GENERATION" size="BYTES"/>     first line: the base file it continues
+//   <QBSimChange>                                   one record per save, oldest first
+//     <QBSimSettings .../>                          the settings after the save, when any
+//     <InvoiceRet>...</InvoiceRet>                  every object the save changed or added, whole
+//     <QBSimRemove kind="QBSimFault"/>              an element the save took away
+//   </QBSimChange>                                  the record's commit mark, ended by a newline
+//
+// The base file's root carries generation="GENERATION", a random number each full save writes
+// anew. A log whose header does not name the base's generation and size is left over from before
+// the base was written (a full save, a hand edit, an edit without the generation) and is ignored;
+// so is a last record without its commit mark (the writer died in the middle of it). Loading
+// applies the records in order: an object replaces the one of its kind and TxnID or ListID, or is
+// added at the end. A full save writes the base (temporary file and rename) and then deletes the
+// log, so a crash at any instant leaves the old state or the new one.
+//
 // TxnDisplay (inside QBSimSettings): a transaction a TxnDisplayModRq asked QuickBooks to show,
 // which the simulated desktop opens in a transaction window. sequence counts the requests from 1
 // (a window that has shown number N waits for a higher one); txnType is the request's
@@ -85,7 +103,11 @@ struct SaveResult {
     std::string description;
     std::string written;  // the bytes written, when ok
     FileStamp stamp;      // the file's stamp just after the save
+    bool logged = false;  // the change went to the log; the base file is as it was
 };
+
+// The change log of a company file.
+std::string LogPathOf(const std::string& companyPath);
 
 // ASCII case-insensitive equality: QuickBooks matches names without regard to case.
 bool SameText(std::string_view a, std::string_view b);
@@ -108,14 +130,28 @@ class Company {
     // Replace the company with the one in the text or file. On failure the company stays as it
     // was and the result names the line and the reason.
     LoadResult LoadText(std::string_view xml);
-    // With `bytes`, the file's text as read is kept there.
+    // The base file and its change log. With `bytes`, the base file's text as read is kept there.
     LoadResult LoadFile(const std::string& path, std::string* bytes = nullptr);
+    // After LoadFile or a save of `path`: applies the records another process appended to the
+    // log since. Reload when the log is not the one read before (the base was written anew).
+    enum class Tail { Same, Applied, Reload };
+    Tail ReadLogTail(const std::string& path);
+    // The log's stamp as last read or written (not ok when there was none).
+    const FileStamp& LogStamp() const { return logStamp_; }
+    // Whether the log holds records (a full save folds them into the base).
+    bool HasLog() const { return logRecords_ > 0; }
     // Writes a temporary file beside `path` and renames it over `path`, so that a crash or a
     // killed process leaves either the old company or the new one, never a part of one. The new
     // file's write time is set back by more than kStampGrain, with a random fraction of a second:
     // any later write of the file (in place, or another save) stamps it with another time, so
     // its stamp tells alone whether it is still the file saved (see SimTransport::FileChanged).
-    SaveResult SaveFile(const std::string& path) const;
+    // The base file gets a new generation, and the log is deleted.
+    SaveResult SaveFile(const std::string& path);
+    // Saves what changed since `path` was loaded or saved: one record appended to its log. A full
+    // save instead when the log has grown past half the base, when the base has no generation or
+    // is another file, or when a change cannot be told by object (MarkModified, an object
+    // without an ID).
+    SaveResult SaveChanges(const std::string& path);
     std::string ToXml() const;
     bool IsLoaded() const;
     // With `reuse`, a save takes the text of a stored object (a ListID or TxnID, and an
@@ -144,6 +180,12 @@ class Company {
     pugi::xml_node FindTxn(std::string_view kind, std::string_view txnID) const;
     static pugi::xml_node FindTxnLine(pugi::xml_node txn, std::string_view txnLineID);
 
+    // Changing the stored objects: adds a copy at the end, puts a copy in place of `old`, takes
+    // one away. Each returns the stored node and keeps the lookups' index and the log up to date.
+    pugi::xml_node Append(pugi::xml_node object);
+    pugi::xml_node Replace(pugi::xml_node old, pugi::xml_node object);
+    void Remove(pugi::xml_node object);
+
     // New IDs in QuickBooks' style: a hexadecimal counter, "-", and a 10-digit time. The lines of
     // a transaction share the transaction's time part, as QuickBooks' line IDs do.
     std::string NewListID();
@@ -160,21 +202,43 @@ class Company {
     std::vector<DisplayRequest> DisplayRequests() const;
     void RecordDisplay(std::string_view txnType, std::string_view txnID);
 
-    // Whether anything changed since the last load or ClearModified.
+    // Whether anything changed since the last load or ClearModified. MarkModified is for a change
+    // made without Touch: the next SaveChanges writes the whole file.
     bool Modified() const { return modified_; }
-    void MarkModified() { modified_ = true; }
+    void MarkModified() { modified_ = untracked_ = true; }
     void ClearModified() { modified_ = false; }
+    void KeepModified(bool was) { modified_ = modified_ || was; }
 
   private:
+    struct Index;
     pugi::xml_node Settings() const;
     pugi::xml_node MakeSettings();
     std::uint32_t TakeCounter();
+    const Index& Indexed() const;
+    void Dirty(pugi::xml_node object);
+    LoadResult Parse(std::string_view xml, std::string* generation);
+    LoadResult ReadLog(const std::string& path, bool fromStart);
+    std::string LogHeader() const;
+    void ForgetLog();
 
-    std::string SaveText() const;
+    std::string SaveText();
 
     std::unique_ptr<pugi::xml_document> doc_;
+    mutable std::unique_ptr<Index> index_;
     bool modified_ = false;
     bool reuseSaved_ = false;
+    // The file the company was last loaded from or saved to, its base's generation and size, how
+    // far its log was read (0: no usable log) and how many records that holds.
+    std::string path_, generation_;
+    std::uint64_t baseSize_ = 0, logEnd_ = 0;
+    std::size_t logRecords_ = 0;
+    FileStamp logStamp_;
+    // What changed since: the top-level objects (Touch, Append, Replace), and the elements taken
+    // away as (name, ID); untracked_ when a change cannot be told that way.
+    std::vector<pugi::xml_node> dirty_;
+    std::vector<std::pair<std::string, std::string>> removed_;
+    bool untracked_ = false;
+    bool replaying_ = false;  // applying the log: nothing to record
     // Each object's text at the last save, by kind, ID and EditSequence.
     mutable std::unordered_map<std::string, std::string> saved_;
     mutable std::size_t saveSize_ = 0;

@@ -24,6 +24,9 @@ inline constexpr std::int64_t kStampGrain = 2'000'000'000;
 FileStamp StampOf(const std::string& path);
 // Sets a closed file's last write time; false when the file system refuses.
 bool SetWriteTime(const std::string& path, std::int64_t nanoseconds);
+// The whole file, read without keeping another process from replacing or deleting it (Windows
+// and Wine refuse a rename over, or a deletion of, a file opened without FILE_SHARE_DELETE).
+bool ReadShared(const std::string& path, std::string& bytes);
 // The wall clock the file system stamps writes with.
 std::int64_t FileClockNow();
 

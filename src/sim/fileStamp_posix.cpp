@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <ctime>
+#include <fstream>
+#include <iterator>
 
 #include "sim/fileStamp.h"
 
@@ -35,6 +37,13 @@ bool SetWriteTime(const std::string& path, std::int64_t nanoseconds) {
     times[1].tv_sec = static_cast<time_t>(nanoseconds / 1000000000);
     times[1].tv_nsec = static_cast<long>(nanoseconds % 1000000000);
     return ::utimensat(AT_FDCWD, path.c_str(), times, 0) == 0;
+}
+
+bool ReadShared(const std::string& path, std::string& bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
 }
 
 std::int64_t FileClockNow() {

@@ -47,6 +47,21 @@ bool SetWriteTime(const std::string& path, std::int64_t nanoseconds) {
     return ok;
 }
 
+bool ReadShared(const std::string& path, std::string& bytes) {
+    HANDLE h = ::CreateFileW(Wide(path).c_str(), GENERIC_READ,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE) return false;
+    bytes.clear();
+    char buffer[65536];
+    DWORD got = 0;
+    bool ok = true;
+    while ((ok = ::ReadFile(h, buffer, sizeof buffer, &got, nullptr) != 0) && got > 0)
+        bytes.append(buffer, got);
+    ::CloseHandle(h);
+    return ok;
+}
+
 std::int64_t FileClockNow() {
     FILETIME now{};
     ::GetSystemTimeAsFileTime(&now);

@@ -967,7 +967,7 @@ ProcessResult ProcessRequest(Company& company, std::string_view requestXml, bool
         if (status.retCount) rs.append_attribute("retCount").set_value(*status.retCount);
     }
     result.changed = company.Modified();
-    if (wasModified) company.MarkModified();
+    company.KeepModified(wasModified);
 
     std::ostringstream text;
     out.save(text, "", pugi::format_indent | pugi::format_no_declaration, pugi::encoding_utf8);

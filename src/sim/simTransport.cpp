@@ -76,20 +76,18 @@ qb::TransportResult SimTransport::ProcessRequest(const std::string& ticket,
     // Read, answer and save under the company's lock, so that runs in other processes neither
     // overwrite this change nor are overwritten by it.
     CompanyLock lock(path_);
-    if (FileChanged()) {
-        if (qb::TransportResult loaded = Load(call); !loaded.ok) return loaded;
-    }
+    if (qb::TransportResult r = Refresh(call); !r.ok) return r;
     const std::string fault = TakeFault();
     const bool faultSaves = !fault.empty();
     if (fault == "error") {
         // Only the spent fault leaves the file; the request never reached QuickBooks.
-        if (SaveResult saved = company_.SaveFile(path_); saved.ok) Remember(saved);
+        if (SaveResult saved = company_.SaveChanges(path_); saved.ok) Remember(saved);
         return Fail(call, kHrServerGone, "(qbsim: QuickBooks closed)");
     }
     ProcessResult result = sim::ProcessRequest(company_, request, fault == "status");
     if (!result.ok) return Fail(call, result.hresult, result.message);
     if (result.changed || faultSaves) {
-        SaveResult saved = company_.SaveFile(path_);
+        SaveResult saved = company_.SaveChanges(path_);
         if (!saved.ok) {
             company_ = Company();  // the change was not kept: read the file again next time
             return Fail(call, kHrFail,
@@ -126,7 +124,22 @@ qb::TransportResult SimTransport::CloseConnection() {
     // Closing the connection ends a session left open, as the request processor does.
     ticket_.clear();
     connected_ = false;
+    // A company at rest is one file: the log this connection wrote goes into the base, so that
+    // whoever reads the company file next (a person, a test) sees every change in it.
+    if (company_.HasLog()) {
+        CompanyLock lock(path_);
+        if (Refresh("CloseConnection").ok && company_.HasLog()) {
+            if (SaveResult saved = company_.SaveFile(path_); saved.ok) Remember(saved);
+        }
+    }
     return {};
+}
+
+// Before each request: the company as it is on disk, read again when another process wrote the
+// base file, or only the records it added to the log.
+qb::TransportResult SimTransport::Refresh(const char* call) {
+    if (!FileChanged() && company_.ReadLogTail(path_) != Company::Tail::Reload) return {};
+    return Load(call);
 }
 
 qb::TransportResult SimTransport::Load(const char* call) {
@@ -153,20 +166,22 @@ qb::TransportResult SimTransport::Load(const char* call) {
 }
 
 void SimTransport::Remember(SaveResult& saved) {
+    if (saved.logged) return;  // the base file is as it was
     stampTaken_ = FileClockNow();
     known_ = std::move(saved.written);
     stamp_ = saved.stamp;
 }
 
 std::string SimTransport::TakeFault() {
-    pugi::xml_node fault = company_.Root().child(kFaultName);
-    if (!fault) {
+    const std::vector<pugi::xml_node> faults = company_.Objects(kFaultName);
+    if (faults.empty()) {
         faultCount_ = 0;
         return {};
     }
+    const pugi::xml_node fault = faults.front();
     if (++faultCount_ < fault.attribute("request").as_int()) return {};
     std::string kind = fault.attribute("kind").value();
-    company_.Root().remove_child(fault);
+    company_.Remove(fault);
     faultCount_ = 0;
     return kind;
 }

@@ -26,8 +26,10 @@ inline constexpr std::uint32_t kHrFail = 0x80004005;
 inline constexpr std::uint32_t kHrServerGone = 0x800706BA;
 
 // QuickBooks "running" with one company file open: the file at `companyPath`. Each request set
-// is answered from the file as it is on disk (it is read again when it changed since), and a
-// request set that changes the company is saved at once, atomically.
+// is answered from the file as it is on disk (it is read again when it changed since, or only
+// the records another process added to its change log), and a request set that changes the
+// company is saved at once, atomically, as one record of the log; closing the connection folds
+// the log into the file.
 //
 // A company file may hold <QBSimFault request="K" kind="error|lost|status"/> directly under
 // QBSimCompany: the K-th request set received from when the element was first seen, counting
@@ -57,6 +59,7 @@ class SimTransport : public qb::QbTransport {
   private:
     qb::TransportResult CheckTicket(const char* call, const std::string& ticket) const;
     qb::TransportResult Load(const char* call);
+    qb::TransportResult Refresh(const char* call);
     void Remember(SaveResult& saved);
     bool ReadFile(std::string& bytes) const;
     bool FileChanged();

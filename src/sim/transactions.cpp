@@ -1056,8 +1056,7 @@ Status Mod(Context& ctx, const Kind& kind, pugi::xml_node rq, pugi::xml_node rs)
 
     // The request stands: now the company changes.
     NumberLines(e, txnID);
-    pugi::xml_node saved = stored.parent().insert_copy_after(e.txn, stored);
-    stored.parent().remove_child(stored);
+    pugi::xml_node saved = ctx.company.Replace(stored, e.txn);
     ctx.company.Touch(saved);
     Shape(rs.append_copy(saved), kind, rq, false);
     return StatusOk();
@@ -1138,7 +1137,7 @@ Status Add(Context& ctx, const Kind& kind, pugi::xml_node rq, pugi::xml_node rs)
     e.txn.child("TxnID").text().set(txnID.c_str());
     e.txn.child("TimeCreated").text().set(ctx.company.Now().c_str());
     NumberLines(e, txnID);
-    pugi::xml_node saved = ctx.company.Root().append_copy(e.txn);
+    pugi::xml_node saved = ctx.company.Append(e.txn);
     ctx.company.Touch(saved);
     Shape(rs.append_copy(saved), kind, rq, false);
     return StatusOk();

@@ -93,9 +93,8 @@ bool SortRig::Shown(const std::string& text) const {
 }
 
 std::string SortRig::Content() const {
-    const sim::Company company = Company();
     pugi::xml_document doc;
-    doc.append_copy(company.FindTxn(qb.txn.kind, qb.txn.txnID));
+    doc.append_copy(Company().FindTxn(qb.txn.kind, qb.txn.txnID));
     std::function<void(pugi::xml_node)> strip = [&](pugi::xml_node n) {
         for (const char* name : {"TxnLineID", "EditSequence", "TimeModified"})
             while (n.child(name)) n.remove_child(name);

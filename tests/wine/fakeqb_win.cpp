@@ -2,7 +2,9 @@
 #include "wine/fakeqb_win.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <cwchar>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -45,11 +47,7 @@ FakeQbProgram::FakeQbProgram(const std::vector<std::string>& args) {
     GetTempFileNameW(temp, L"fqb", 0, file);
     countFile_ = file;
 
-    std::vector<std::string> all = {"--count-file"};
-    int n = WideCharToMultiByte(CP_UTF8, 0, file, -1, nullptr, 0, nullptr, nullptr);
-    std::string countFile(static_cast<size_t>(n > 0 ? n - 1 : 0), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, file, -1, countFile.data(), n, nullptr, nullptr);
-    all.push_back(countFile);
+    std::vector<std::string> all = {"--count-file", Utf8FromWide(file, wcslen(file))};
     all.insert(all.end(), args.begin(), args.end());
     program_ = std::make_unique<TestProgram>(PELMARK_FAKEQB_EXE, all);
     std::wstring cls = L"MauiFrame";
@@ -70,15 +68,9 @@ FakeQbProgram::~FakeQbProgram() {
 }
 
 int FakeQbProgram::SaveCount() const {
-    HANDLE h = CreateFileW(countFile_.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                           nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return -1;
-    char text[16] = {};
-    DWORD got = 0;
-    BOOL ok = ReadFile(h, text, sizeof text - 1, &got, nullptr);
-    CloseHandle(h);
-    if (!ok || got == 0) return -1;
-    return std::atoi(text);
+    int count = -1;
+    std::ifstream in{std::filesystem::path(countFile_)};
+    return in >> count ? count : -1;
 }
 
 HWND FakeQbProgram::TrnsWindow(const std::string& title) const {

@@ -41,7 +41,7 @@ std::string ReadBytes(const std::string& path) {
 
 sim::Company LoadCompany(const std::string& path) {
     sim::Company c;
-    c.LoadText(ReadBytes(path));
+    c.LoadFile(path);
     return c;
 }
 
@@ -203,7 +203,7 @@ std::vector<std::string> DesktopSortRig::LineTuples() const {
 }
 
 bool DesktopSortRig::CompanyUnchanged() const {
-    return ReadBytes(companyPath_) == original_;
+    return ReadBytes(companyPath_) == original_ && ReadBytes(sim::LogPathOf(companyPath_)).empty();
 }
 
 bool DesktopSortRig::Displayed() const {

@@ -94,7 +94,7 @@ struct Program {
     // the last display request acted on.
     std::wstring companyFile;
     pelmark::sim::Company company;
-    WIN32_FILE_ATTRIBUTE_DATA stamp = {};
+    pelmark::sim::FileStamp stamp;
     long lastDisplay = 0;
 } g;
 
@@ -228,32 +228,32 @@ std::wstring Wide(const std::string& text) {
     return pelmark::WideFromUtf8(text);
 }
 
-// Reads the company file. Other readers and qbsim's rename of a new file over it must not be
-// kept out while it is read, so it is opened with every sharing mode.
+// Reads the company file and its change log (Company::LoadFile reads both with every sharing
+// mode, so that qbsim's rename of a new file over the company is not kept out).
 bool LoadCompany() {
-    WIN32_FILE_ATTRIBUTE_DATA stamp = {};
-    if (!GetFileAttributesExW(g.companyFile.c_str(), GetFileExInfoStandard, &stamp)) return false;
-    HANDLE h = CreateFileW(g.companyFile.c_str(), GENERIC_READ,
-                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE) return false;
-    std::string text;
-    char buffer[65536];
-    DWORD got = 0;
-    while (ReadFile(h, buffer, sizeof buffer, &got, nullptr) && got > 0) text.append(buffer, got);
-    CloseHandle(h);
+    const std::string path = pelmark::Utf8FromWide(g.companyFile.c_str(), g.companyFile.size());
+    const pelmark::sim::FileStamp stamp = pelmark::sim::StampOf(path);
     pelmark::sim::Company company;
-    if (!company.LoadText(text).ok()) return false;
+    if (!stamp.ok || !company.LoadFile(path).ok()) return false;
     g.company = std::move(company);
     g.stamp = stamp;
     return true;
 }
 
+// A new base file means reading it all; records qbsim appended to the log are read alone.
 bool CompanyFileChanged() {
-    WIN32_FILE_ATTRIBUTE_DATA now = {};
-    if (!GetFileAttributesExW(g.companyFile.c_str(), GetFileExInfoStandard, &now)) return false;
-    return CompareFileTime(&now.ftLastWriteTime, &g.stamp.ftLastWriteTime) != 0 ||
-           now.nFileSizeLow != g.stamp.nFileSizeLow || now.nFileSizeHigh != g.stamp.nFileSizeHigh;
+    const std::string path = pelmark::Utf8FromWide(g.companyFile.c_str(), g.companyFile.size());
+    const pelmark::sim::FileStamp now = pelmark::sim::StampOf(path);
+    if (!now.ok) return false;
+    if (now != g.stamp) return LoadCompany();
+    switch (g.company.ReadLogTail(path)) {
+        case pelmark::sim::Company::Tail::Same:
+            return false;
+        case pelmark::sim::Company::Tail::Applied:
+            return true;
+        default:
+            return LoadCompany();
+    }
 }
 
 // The window of a stored transaction, as QuickBooks lays it out for the kind.
@@ -673,7 +673,7 @@ void CloseWindowsOf(const WindowSpec& spec) {
 // QuickBooks shows a transaction when an SDK program asks it to; qbsim records the request in
 // the company file, which is read again whenever it changed.
 void ShowRequestedTransactions() {
-    if (!CompanyFileChanged() || !LoadCompany()) return;
+    if (!CompanyFileChanged()) return;
     for (const pelmark::sim::DisplayRequest& r : g.company.DisplayRequests()) {
         if (r.sequence <= g.lastDisplay) continue;
         g.lastDisplay = r.sequence;
