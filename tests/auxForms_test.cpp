@@ -62,17 +62,13 @@ TEST(AuxFormsTest, AgreementFileFoundAndMissing) {
     EXPECT_EQ(AgreementFileNames(t.app), std::vector<std::string>{t.dir.File(name)});
 }
 
-TEST(AuxFormsTest, KilobyteSizesAndTransactionLogName) {
+TEST(AuxFormsTest, AboutTextsFoldersAndCompanyFile) {
     // tests/data/kilobytes.txt: bytes|text.
     for (const auto& row : test::DataRows("kilobytes.txt"))
         EXPECT_EQ(FormatKilobytes(std::stoull(row[0])), row[1]) << row[0];
-
     EXPECT_EQ(TransactionLogName("C:\\QB\\Rock Castle.QBW"), "C:\\QB\\Rock Castle.TLG");
     EXPECT_EQ(TransactionLogName("C:\\QB.2014\\Company"), "C:\\QB.2014\\Company.TLG");
     EXPECT_EQ(TransactionLogName("Company.qbw"), "Company.TLG");
-}
-
-TEST(AuxFormsTest, AboutTextsFoldersAndCompanyFile) {
     TestApp t;
     Folders& f = t.app.folders;
     f.vista = true;

@@ -28,18 +28,15 @@ void SetWindows(TestApp& t, const std::string& product, const std::string& versi
     RegWriteValue(t.registry, RegRoot::LocalMachine, key, "CurrentVersion", kRegSz, version);
 }
 
-// tests/data/folders.txt: which program folder is a developer's.
-TEST(FoldersTest, DeveloperMode) {
+// Which folders are built, which is the data folder and which are made, per system; which
+// program folder is a developer's (tests/data/folders.txt).
+TEST(FoldersTest, FoldersPerWindowsVersionAndDeveloperMode) {
     for (const auto& row : test::DataRows("folders.txt")) {
         if (row[0] == "vista") continue;  // the splash screen's platform: auxForms_test.cpp
         TestApp t;
         CommonHouseKeeper(t.app, {row[1], "pelmark.exe", t.dir.path(), false});
         EXPECT_EQ(t.app.common.developerMode, row[2] == "yes") << row[1];
     }
-}
-
-// Which folders are built, which is the data folder and which are made, per system.
-TEST(FoldersTest, FoldersPerWindowsVersion) {
     // tests/data/folder-layouts.txt: product|Public set|others set|shared folder.
     for (const auto& row : test::DataRows("folder-layouts.txt")) {
         const std::string product = row[0], shared = row[3];

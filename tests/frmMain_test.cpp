@@ -29,14 +29,11 @@ TEST(MainFormSave, KeepsTheSmallFormsPositionAndZeroForAnOffScreenCoordinate) {
     }
 }
 
-// tests/data/field-checks.txt: field|text|message, "-" where the text is accepted.
-TEST(MainFormChecks, NumericFieldsRefuseWithTheirMessages) {
+TEST(MainForm, InvariantsAndFieldChecks) {
+    // tests/data/field-checks.txt: field|text|message, "-" where the text is accepted.
     for (const auto& row : test::DataRows("field-checks.txt"))
         EXPECT_EQ(CheckMainField(row[0], row[1]).value_or("-"), row[2]) << row[0] << "=" << row[1];
     EXPECT_FALSE(HasFieldCheck("txtRefNo"));
-}
-
-TEST(MainForm, Invariants) {
     const Form f = MakeMainFormModel();
     std::map<std::string, int> setPerGroup;
     for (const Control& c : f.controls()) {

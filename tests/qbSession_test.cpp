@@ -123,6 +123,14 @@ TEST(QbSession, AFailedOpenIsReportedAndLeavesTheSessionClosed) {
     t.prompter.Answer(kAnsNo);
     EXPECT_THROW(QBOpen(t.app), ProgramEnd);
     EXPECT_FALSE(t.transport().connected || t.app.qb.sessionOpen);
+    // The words for each failure code (tests/data/hresult-words.txt: HRESULT|words).
+    for (const auto& row : test::DataRows("hresult-words.txt")) {
+        const std::string text =
+            DescribeHresult("BeginSession", std::stoul(row[0], nullptr, 16), "from the SDK");
+        EXPECT_EQ(text.rfind("BeginSession failed: ", 0), 0u) << text;
+        EXPECT_NE(text.find(row[1]), std::string::npos) << text;
+        EXPECT_NE(text.find("(HRESULT 0x" + row[0] + ") from the SDK"), std::string::npos) << text;
+    }
 }
 
 TEST(QbSession, ReadsTheCustomFieldDefinitionsAndOpensWithoutThem) {

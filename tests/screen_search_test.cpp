@@ -104,11 +104,13 @@ TEST_F(ScreenSearchTest, Handle4TextGuardLogsLoopingPastTenSecondsAndGoesOn) {
     EXPECT_TRUE(off.ErrLines().empty());
 }
 
-// tests/data/button-labels.txt: text|yes or no.
-TEST(ScreenButtonLabelTest, TellsQuickBooksButtonsFromFieldTexts) {
+// tests/data/button-labels.txt and screen-dates.txt: text|yes or no.
+TEST(ScreenTextTest, TellsQuickBooksButtonsAndDatesFromFieldTexts) {
     ScreenState s;
     for (const auto& row : test::DataRows("button-labels.txt"))
         EXPECT_EQ(IsButtonLabel(s, row[0]), row[1] == "yes") << row[0];
+    for (const auto& row : test::DataRows("screen-dates.txt"))
+        EXPECT_EQ(IsScreenDate(row[0]), row[1] == "yes") << row[0];
 }
 
 }  // namespace

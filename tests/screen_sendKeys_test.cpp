@@ -52,14 +52,11 @@ TEST(ScreenSendKeysTest, ParsesTheNotationAndNamesWhatIsMalformedAndWhere) {
     }
 }
 
-// tests/data/like.txt: text|pattern|yes or no.
+// tests/data/like.txt: text|pattern|yes or no; escaped text matches only itself.
 TEST(ScreenLikeTest, MatchesAsTheClassicLikeOperator) {
     for (const auto& row : test::DataRows("like.txt"))
         EXPECT_EQ(Like(row[0], row[1]), row[2] == "yes")
             << '"' << row[0] << "\" Like \"" << row[1] << '"';
-}
-
-TEST(ScreenLikeTest, EscapedTextMatchesOnlyItself) {
     for (const char* text : {"Smith #2 [East] *?", "HOLY GHOST ASSOC. INC.", "[Create Invoices]"})
         EXPECT_TRUE(Like(text, LikeEscape(text))) << text;
     EXPECT_FALSE(Like("Smith 12", LikeEscape("Smith #2")));

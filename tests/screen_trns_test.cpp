@@ -75,12 +75,6 @@ struct ScreenTrnsTest : ::testing::Test {
     std::unique_ptr<FlakyDesktop> desktop;
 };
 
-// tests/data/screen-dates.txt: text|yes or no.
-TEST(ScreenTitleTest, TellsDatesAsTheScreenShowsThem) {
-    for (const auto& row : test::DataRows("screen-dates.txt"))
-        EXPECT_EQ(IsScreenDate(row[0]), row[1] == "yes") << row[0];
-}
-
 // Every title format through the screen read, with a browser window named after the company in
 // front of QuickBooks and a window of another class carrying a QuickBooks title: the MauiFrame
 // window is the one found, its year picks the field key, and the keys go to it alone.

@@ -78,6 +78,14 @@ TEST(SettingsFile, LineEndsByteOrderMarkAndForcedHeader) {
         EXPECT_TRUE(t.Logged("Read ini forced [frmMain]"));
         EXPECT_TRUE(t.prompter.shown.empty());
     }
+    // No file at all: a warning that names it, and the defaults.
+    TestApp t;
+    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnAll"), true);
+    ReadIni(t.app, t.app.frmMain);
+    ASSERT_EQ(t.prompter.shown.size(), 1u);
+    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark WARNING");
+    EXPECT_NE(t.prompter.shown[0].text.find(t.dir.File("Pelmark.ini")), std::string::npos);
+    EXPECT_EQ(t.app.frmMain.Text("txtLinesMax"), "200");
 }
 
 // tests/data/settings-sections.ini: a record of another form, records 4 to 6 malformed, keys in
@@ -138,16 +146,6 @@ TEST(SettingsFile, UnknownControlsAndValuesAreReportedOnceAtTheEnd) {
     const std::string saved = t.dir.Read("Pelmark.ini");
     EXPECT_NE(saved.find("\r\ncboSortField(0)=Nope\r\n"), std::string::npos);
     EXPECT_NE(saved.find("\r\ncboCFNetWeight=Lbs\r\n"), std::string::npos);
-}
-
-TEST(SettingsFile, MissingFileWarnsAndKeepsTheDefaults) {
-    TestApp t;
-    t.app.frmMain.SetOption(*t.app.frmMain.Find("optStopOnAll"), true);
-    ReadIni(t.app, t.app.frmMain);
-    ASSERT_EQ(t.prompter.shown.size(), 1u);
-    EXPECT_EQ(t.prompter.shown[0].title, "Pelmark WARNING");
-    EXPECT_NE(t.prompter.shown[0].text.find(t.dir.File("Pelmark.ini")), std::string::npos);
-    EXPECT_EQ(t.app.frmMain.Text("txtLinesMax"), "200");
 }
 
 TEST(SettingsFile, HeldFileIsRetriedAndThePreviousFileKept) {

@@ -22,15 +22,6 @@ std::string TextOf(HWND wnd) {
     return Utf8FromWide(text.data(), std::min<std::size_t>(got, length));
 }
 
-HANDLE MakeKillOnCloseJob() {
-    HANDLE job = CreateJobObjectW(nullptr, nullptr);
-    if (!job) return nullptr;
-    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    return job;
-}
-
 bool WaitUntil(const std::function<bool()>& done, int timeoutMs) {
     for (int waited = 0;; waited += 50) {
         if (done()) return true;

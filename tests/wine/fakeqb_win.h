@@ -13,9 +13,6 @@
 
 namespace pelmark::test {
 
-// A job that ends its processes when its handle is closed, so that a test binary that dies
-// leaves nothing running on the shared display; null when Windows would not make one.
-HANDLE MakeKillOnCloseJob();
 // A window's text by WM_GETTEXT, which Windows carries across processes (GetWindowText does not
 // ask another program's controls); "" when the window does not answer within two seconds.
 std::string TextOf(HWND wnd);

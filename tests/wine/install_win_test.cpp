@@ -6,7 +6,6 @@
 #include <shlobj.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -18,12 +17,6 @@
 
 namespace pelmark::test {
 namespace {
-
-template <typename Done>
-bool WaitUntil(Done done, int ms) {
-    for (int waited = 0; waited < ms && !done(); waited += 100) Sleep(100);
-    return done();
-}
 
 TEST(InstalledProgramTest, StartMenuEntrySortsAndASecondSetupWaitsForTheProgram) {
     const char* setup = std::getenv("PELMARK_SETUP");

@@ -6,9 +6,7 @@
 
 #include <commctrl.h>  // after windows.h, whose types it uses
 
-#include <algorithm>
 #include <cstdio>
-#include <functional>
 #include <string>
 
 #include "app/wideText.h"

@@ -60,6 +60,15 @@ BOOL CALLBACK MatchClass(HWND wnd, LPARAM param) {
 
 }  // namespace
 
+HANDLE MakeKillOnCloseJob() {
+    HANDLE job = CreateJobObjectW(nullptr, nullptr);
+    if (!job) return nullptr;
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    SetInformationJobObject(job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+    return job;
+}
+
 std::wstring Wide(const std::string& s) {
     return WideFromUtf8(s);
 }
@@ -78,14 +87,7 @@ TestProgram::TestProgram(const std::string& exe, const std::vector<std::string>&
     for (const std::string& a : args) cmd += L" " + QuoteArg(Wide(a));
     std::wstring block = EnvironmentBlock(env);
 
-    // A job that ends the program with the job handle, so a test binary that dies leaves no
-    // program behind on the shared display.
-    job_ = CreateJobObjectW(nullptr, nullptr);
-    if (job_) {
-        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
-        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-        SetInformationJobObject(job_, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    }
+    job_ = MakeKillOnCloseJob();
     STARTUPINFOW si = {};
     si.cb = sizeof si;
     if (!CreateProcessW(path.c_str(), cmd.data(), nullptr, nullptr, FALSE,

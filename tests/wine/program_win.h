@@ -14,6 +14,9 @@ std::wstring Wide(const std::string& s);
 std::wstring WindowsPath(std::string path);
 // One argument quoted the way CommandLineToArgvW and the C runtime undo it.
 std::wstring QuoteArg(const std::wstring& arg);
+// A job that ends its processes when its handle is closed, so that a test binary that dies
+// leaves nothing running on the shared display; null when Windows would not make one.
+HANDLE MakeKillOnCloseJob();
 
 class TestProgram {
   public:

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
