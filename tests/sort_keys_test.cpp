@@ -138,6 +138,7 @@ TEST(SortOrder, OrdersAsAUserExpects) {
 TEST(SortOrder, ShortKeysOrderAsLocaleKeys) {
 #ifdef _WIN32
     EXPECT_FALSE(ShortCollationKeys());  // Windows' locale keys have no shortcut
+    return;
 #else
     // English and the root order keep ASCII as it is; other locales (Czech "ch") may not.
     const std::string locale = uloc_getDefault();

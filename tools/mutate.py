@@ -244,9 +244,25 @@ class Tree:
             f.write(text)
 
 
-def replanted(log, every, names):
-    """The mutants of an earlier run's output, located again in today's sources by the text of
-    their line (the nearest line with that text to where it was)."""
+def line_map(base, path):
+    """Old line number (1-based) -> today's, for the lines of `path` at commit `base` that are
+    still there unchanged."""
+    import difflib
+    old = subprocess.run(["git", "show", f"{base}:{path}"], cwd=ROOT, capture_output=True,
+                         text=True).stdout.split("\n")
+    new = open(os.path.join(ROOT, path), encoding="utf-8").read().split("\n")
+    moved = {}
+    for a, b, n in difflib.SequenceMatcher(None, old, new, autojunk=False).get_matching_blocks():
+        for k in range(n):
+            moved[a + k + 1] = b + k + 1
+    return moved
+
+
+def replanted(log, every, names, base=None):
+    """The mutants of an earlier run's output, located again in today's sources: followed through
+    the change since `base`, or else by the text of their line (the nearest line with that
+    text to where it was)."""
+    maps = {}
     with open(log, encoding="utf-8") as f:
         entries = re.findall(r"^\[(\S+) \d+/\d+\] (SURVIVED|caught[^:]*): (\S+?):(\d+) \[(\w+)\] "
                              r"(.*) => (.*)$", f.read(), re.M)
@@ -258,6 +274,17 @@ def replanted(log, every, names):
             text = open(os.path.join(ROOT, path), encoding="utf-8").read().split("\n")
         except OSError:
             text = []
+        if base:
+            if path not in maps:
+                maps[path] = line_map(base, path)
+            to = maps[path].get(int(line))
+            if not to or text[to - 1].strip() != before.strip():
+                gone.setdefault(name, []).append(f"{path}:{line} [{op}] {before}")
+                continue
+            indent = text[to - 1][:len(text[to - 1]) - len(text[to - 1].lstrip())]
+            drawn.setdefault(name, []).append(
+                Mutant(path, to, op, text[to - 1], indent + after.strip()))
+            continue
         # Each line takes one mutant of a kind, within 40 lines of where it was: a second
         # "return false;" that was elsewhere must not land on the first one's line.
         at = [i for i, t in enumerate(text) if t.strip() == before.strip() and
@@ -296,6 +323,9 @@ def main():
                     help="plant again the survivors an earlier run's output lists, found by their "
                          "text rather than their line (the sources may have changed since); a "
                          "mutant whose line is gone is counted as gone")
+    ap.add_argument("--replant-base", metavar="REV",
+                    help="with --replant: the commit the log's mutants were planted on; each line "
+                         "is then followed through the change since (else found by its text)")
     ap.add_argument("--replant-all", action="store_true",
                     help="with --replant: every mutant the log built, caught or not")
     args = ap.parse_args()
@@ -322,7 +352,7 @@ def main():
             drawn[name] = [m for m in drawn[name] if (name, m.describe()) in earlier]
             print(f"{name}: {len(drawn[name])} survivors of {args.survivors_of} planted again")
     if args.replant:
-        drawn = replanted(args.replant, args.replant_all, set(areas))
+        drawn = replanted(args.replant, args.replant_all, set(areas), args.replant_base)
     if args.list:
         for name, mutants in drawn.items():
             for m in mutants:
