@@ -14,8 +14,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 0; i < list.Count(); ++i) {
         Response r = list.GetAt(i);
         (void)r.StatusCode();
-        (void)r.IteratorRemainingCount();
-        (void)r.RetCount();
         (void)r.Detail().ToXMLString();
         for (TxnKind kind :
              {TxnKind::Invoice, TxnKind::Estimate, TxnKind::SalesOrder, TxnKind::SalesReceipt}) {

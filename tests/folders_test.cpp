@@ -7,7 +7,6 @@
 
 #include "app/folders.h"
 #include "app/run.h"
-#include "app/text.h"
 #include "fakes/fakes.h"
 
 namespace pelmark {

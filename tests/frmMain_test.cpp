@@ -4,9 +4,7 @@
 
 #include <map>
 
-#include "app/text.h"
 #include "fakes/fakes.h"
-#include "screen/WindowsStuff.h"
 #include "ui/frmMain.h"
 
 namespace pelmark::ui {

@@ -5,9 +5,7 @@
 #include <map>
 #include <string>
 
-#include "app/context.h"
 #include "app/logs.h"
-#include "app/text.h"
 #include "fakes/fakes.h"
 
 namespace pelmark {

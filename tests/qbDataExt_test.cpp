@@ -43,40 +43,37 @@ struct QbDataExtTest : test::OpenQbTest {
     }
 };
 
-// Each case: the first call and whether it may fall back; QuickBooks' answers in the order the
-// requests go (N: no value yet, 3120; R: refused, 3100; O: OK); the requests sent; the result.
-TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
+// Each case: whether the add may fall back to a modify; QuickBooks' answers in the order the
+// requests go (N: no value yet, 3120; R: refused, 3100; O: OK; X: no answer); the requests
+// sent; the result. The modify the add falls back on carries the value, and is tried once.
+TEST_F(QbDataExtTest, TheFallbackTakesOneStepAtMost) {
     const struct {
-        const char *call, *answers, *sent;
+        bool fallBack;
+        const char *answers, *sent;
         bool ok;
     } cases[] = {
-        {"mod", "NO", "Mod Add", true},           {"mod", "R", "Mod", false},
-        {"mod fallback", "NR", "Mod Add", false}, {"add", "R", "Add", false},
-        {"add fallback", "RO", "Add Mod", true},  {"add fallback", "RN", "Add Mod", false},
-        {"add fallback", "X", "Add", false},  // no answer: nothing says a value is there
+        {false, "R", "Add", false},     {true, "RO", "Add Mod", true},
+        {true, "RN", "Add Mod", false}, {true, "RR", "Add Mod", false},
+        {true, "X", "Add", false},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.call) + " " + c.answers);
+        SCOPED_TRACE(c.answers);
         t.prompter.shown.clear();
         sentBefore = t.transport().requests.size();
-        const bool add = c.call[0] == 'a';
         for (const char* a = c.answers; *a; ++a) {  // each answer names its request
             if (*a == 'X') t.transport().FailNext("ProcessRequest", 0x80040408);
-            const std::string rs = (a == c.answers) == add ? "DataExtAddRs" : "DataExtModRs";
+            const std::string rs = a == c.answers ? "DataExtAddRs" : "DataExtModRs";
             t.transport().Queue(test::QbxmlAnswer({*a == 'N'   ? NoValue()
                                                    : *a == 'R' ? Refused(rs)
                                                                : OkRs(rs)}));
         }
         DataExtOptions o = Red();
-        o.fallBackToMod = std::string(c.call).ends_with("fallback");
-        EXPECT_EQ(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o), c.ok);
+        o.fallBackToMod = c.fallBack;
+        EXPECT_EQ(DataExtAddTxn(t.app, o), c.ok);
         EXPECT_EQ(SentOps(), c.sent);
         EXPECT_EQ(t.prompter.shown.empty(), c.ok) << t.Prompts();
-        if (!add && c.ok) {  // the add after a modify that found no value carries the value
-            const std::string rq = t.transport().requests.back();
-            EXPECT_NE(rq.find("<DataExtValue>Red</DataExtValue>"), std::string::npos);
-            EXPECT_NE(rq.find("<TxnDataExtType>Invoice</TxnDataExtType>"), std::string::npos);
-        }
+        EXPECT_NE(t.transport().requests.back().find("<DataExtValue>Red</DataExtValue>"),
+                  std::string::npos);
     }
     // Both steps of the fallback are traced.
     EXPECT_TRUE(t.Logged("Data Ext Mod Txn Sub 0,Red,Colour,1A2B-1234567890,Invoice,,"));
@@ -84,25 +81,22 @@ TEST_F(QbDataExtTest, TheFallbacksTakeOneStepAtMost) {
 }
 
 TEST_F(QbDataExtTest, AnEmptyValueWithDeleteWhenEmptySendsOneDelete) {
-    for (bool add : {false, true}) {
-        sentBefore = t.transport().requests.size();
-        DataExtOptions o = Red();
-        o.value.clear();
-        o.deleteWhenEmpty = true;
-        o.lineID = "1A2D-1234567890";
-        EXPECT_TRUE(add ? DataExtAddTxn(t.app, o) : DataExtModTxn(t.app, o));
-        EXPECT_EQ(SentOps(), "Del");
-        const std::string del = t.transport().requests.back();
-        EXPECT_EQ(del.find("DataExtValue"), std::string::npos);
-        EXPECT_NE(del.find("<TxnLineID>1A2D-1234567890</TxnLineID>"), std::string::npos);
-    }
+    DataExtOptions o = Red();
+    o.value.clear();
+    o.deleteWhenEmpty = true;
+    o.lineID = "1A2D-1234567890";
+    EXPECT_TRUE(DataExtAddTxn(t.app, o));
+    EXPECT_EQ(SentOps(), "Del");
+    const std::string del = t.transport().requests.back();
+    EXPECT_EQ(del.find("DataExtValue"), std::string::npos);
+    EXPECT_NE(del.find("<TxnLineID>1A2D-1234567890</TxnLineID>"), std::string::npos);
     EXPECT_TRUE(t.Logged("Data Ext Del Txn Sub 0,Colour,1A2B-1234567890,Invoice,1A2D-1234567890"));
 }
 
 TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {
     DataExtOptions o = Red();
     o.lineID = "1A2D-1234567890";
-    EXPECT_TRUE(DataExtModTxn(t.app, o));
+    EXPECT_TRUE(DataExtAddTxn(t.app, o));
     EXPECT_NE(t.transport().requests.back().find("<TxnLineID>1A2D-1234567890</TxnLineID>"),
               std::string::npos);
 
@@ -110,7 +104,6 @@ TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {
     old.company().versions = {"1.0", "2.0", "2.1"};
     ASSERT_TRUE(QBOpen(old.app));
     const std::size_t sent = old.transport().requests.size();
-    EXPECT_FALSE(DataExtModTxn(old.app, o));
     EXPECT_FALSE(DataExtAddTxn(old.app, o));
     EXPECT_FALSE(DataExtDelTxn(old.app, o));
     EXPECT_EQ(old.transport().requests.size(), sent);
@@ -121,7 +114,7 @@ TEST_F(QbDataExtTest, LineFieldsNameTheLineOnlyWhereTheVersionAllows) {
 TEST_F(QbDataExtTest, ARequestThatCannotBeWrittenIsReportedNotSent) {
     DataExtOptions o = Red();
     o.kind = "Timesheet";  // no such TxnDataExtType: the request lacks a required element
-    EXPECT_FALSE(DataExtModTxn(t.app, o));
+    EXPECT_FALSE(DataExtAddTxn(t.app, o));
     EXPECT_TRUE(SentOps().empty());
     EXPECT_NE(t.Prompts().find("qb Do Request Err=0x80040203 "), std::string::npos);
     EXPECT_FALSE(DataExtAddTxns(t.app, {Red(), o}));
@@ -152,15 +145,14 @@ TEST(QbConformance, EveryRequestSentPassesTheValidator) {
         test::QbTestApp t;
         t.company().versions = {"1.0", top};
         t.company().Script("ItemQueryRq", Rs("ItemQueryRs", 3260, "Error", "no"));
-        t.company().Script("SalesTaxCodeQueryRq", Rs("SalesTaxCodeQueryRs", 3260, "Error", "no"));
-        t.company().Script("DataExtModRq", NoValue());
         ASSERT_TRUE(QBInit(t.app));
         CustomerQuerySub(t.app, "Acme:Job 1");
-        SalesTaxCodeQuerySub(t.app);
         ItemQuerySub(t.app, false, "Parts:Widget");
         for (const char* kind : {"Invoice", "Estimate", "SalesOrder", "SalesReceipt"}) {
             DataExtOptions o = Red(kind);
-            DataExtModTxn(t.app, o);
+            o.fallBackToMod = true;  // refused, then sent as a modify
+            t.company().Script("DataExtAddRq", Refused("DataExtAddRs"));
+            DataExtAddTxn(t.app, o);
             o.lineID = "1A2D-1234567890";
             DataExtAddTxn(t.app, o);
             DataExtDelTxn(t.app, o);

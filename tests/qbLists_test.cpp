@@ -1,5 +1,5 @@
 // The list queries: every item kind the reader knows, the statuses that are not errors, and the
-// customer, sales tax code and template lists (the permission retry runs against qbsim in
+// customer and template lists (the permission retry runs against qbsim in
 // qbIntegration_test).
 #include <gtest/gtest.h>
 
@@ -88,23 +88,20 @@ TEST_F(QbListsTest, ATransportFailureInAListQueryIsReported) {
     EXPECT_NE(t.Prompts().find("Template Query Sub Err=0x80040202 "), std::string::npos);
 }
 
-// The three lists as read (tests/data/qb/lists.txt); a second customer query replaces the list,
+// The two lists as read (tests/data/qb/lists.txt); a second customer query replaces the list,
 // and one that finds nothing (the default answer) says so.
-TEST_F(QbListsTest, CustomersSalesTaxCodesAndTemplates) {
-    // tests/data/qb/lists-answers.xml: one answer for each of the three queries.
+TEST_F(QbListsTest, CustomersAndTemplates) {
+    // tests/data/qb/lists-answers.xml: one answer for each of the two queries.
     const ResponseParseResult answers =
         ParseResponseSet(test::SourceFile("tests/data/qb/lists-answers.xml"));
     for (std::size_t i = 0; i < answers.set.ResponseList().Count(); ++i) {
         const Response rs = answers.set.ResponseList().GetAt(i);
         t.company().Script(ReplaceAll(rs.TypeName(), "QueryRs", "QueryRq"), rs.ToXMLString());
     }
-    ASSERT_TRUE(CustomerQuerySub(t.app) && SalesTaxCodeQuerySub(t.app) && TemplateQuerySub(t.app));
+    ASSERT_TRUE(CustomerQuerySub(t.app) && TemplateQuerySub(t.app));
     std::string lists;
     for (const CustomerRec& c : t.app.qb.customers)
         lists += c.name + "|" + c.fullName + "|" + c.listID + "|" + c.editSequence + "|" +
-                 std::to_string(c.isActive) + "\n";
-    for (const SalesTaxCodeRec& c : t.app.qb.salesTaxCodes)
-        lists += c.name + "|" + c.listID + "|" + c.editSequence + "|" + c.desc + "|" +
                  std::to_string(c.isActive) + "\n";
     for (const TemplateRec& c : t.app.qb.templates)
         lists += c.name + "|" + c.listID + "|" + c.templateType + "|" + std::to_string(c.isActive) +

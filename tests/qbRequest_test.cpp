@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "app/logs.h"
-#include "app/text.h"
 #include "fakes/qbFakes.h"
 #include "qb/qbCommon.h"
 

@@ -64,7 +64,7 @@ TEST_F(QbTxnTest, TheFilterFollowsWhatTheCallerKnows) {
     };
     t.TakeTranscript();
     for (const TxnQueryOptions& o : cases) {
-        EXPECT_FALSE(InvoiceQuerySub(t.app, o)) << "nothing is found";
+        EXPECT_FALSE(TxnQuerySub(t.app, TxnKind::Invoice, o)) << "nothing is found";
         EXPECT_EQ(RequestSet(t.app)->attributes.onError, OnError::stopOnError) << "restored";
     }
     test::ExpectRecorded("txn-filters", t.TakeTranscript());
@@ -81,19 +81,16 @@ TEST_F(QbTxnTest, AReversedRangeIsAskedAboutBeforeAnythingIsSent) {
     std::string transcript;
     for (const TxnQueryOptions& o : cases) {
         t.prompter.Answer(kAnsNo);
-        EXPECT_THROW(EstimateQuerySub(t.app, o), ProgramEnd);
+        EXPECT_THROW(TxnQuerySub(t.app, TxnKind::Estimate, o), ProgramEnd);
         transcript += "=== No\n" + t.TakeTranscript();
         ASSERT_TRUE(QBOpen(t.app));
         t.TakeTranscript();
         t.prompter.Answer(kAnsYes);
-        EstimateQuerySub(t.app, o);
+        TxnQuerySub(t.app, TxnKind::Estimate, o);
         transcript += "=== Yes\n" + t.TakeTranscript();
     }
     test::ExpectRecorded("txn-reversed-range", transcript);
-}
-
-// tests/data/qb-dates.txt: typed|sent.
-TEST(QbTxnDates, UsAndIsoFormsAndNothingElse) {
+    // The dates as typed and as sent (tests/data/qb-dates.txt: typed|sent).
     for (const auto& row : test::DataRows("qb-dates.txt"))
         EXPECT_EQ(QbxmlDate(row.at(0)), row.at(1)) << row[0];
 }
@@ -101,7 +98,7 @@ TEST(QbTxnDates, UsAndIsoFormsAndNothingElse) {
 TEST_F(QbTxnTest, TwoMatchesAreBothKeptWithTheirOwnLines) {
     Answer(TxnKind::Invoice, Ret(TxnKind::Invoice, "<LINE><TxnLineID>A</TxnLineID></LINE>", "T1") +
                                  Ret(TxnKind::Invoice, "<LINE><Desc>B</Desc></LINE>", "T2"));
-    ASSERT_TRUE(InvoiceQuerySub(t.app, {.refNumber = "1001"}));
+    ASSERT_TRUE(TxnQuerySub(t.app, TxnKind::Invoice, {.refNumber = "1001"}));
     ASSERT_EQ(Txn().txns.size(), 2u);
     EXPECT_EQ(Txn().txns[1].firstLine, 1u);
     EXPECT_EQ(Txn().lines.at(1).txnIndex, 1u);
@@ -155,7 +152,7 @@ TEST_F(QbTxnTest, TheLineWalkStopsAfterItsRoundLimit) {
                  "</SalesReceiptLineRet>";
     Answer(TxnKind::SalesReceipt,
            "<SalesReceiptRet><TxnID>T1</TxnID>" + lines + "</SalesReceiptRet>");
-    EXPECT_FALSE(SalesReceiptQuerySub(t.app, {.refNumber = "1001"}));
+    EXPECT_FALSE(TxnQuerySub(t.app, TxnKind::SalesReceipt, {.refNumber = "1001"}));
     EXPECT_EQ(Txn().lines.size(), static_cast<std::size_t>(kLineWalkLimit));
     const std::string loop = "SalesReceipt Query Sub Next Line Loop encountered";
     EXPECT_EQ(t.app.qb.storedErrorText, loop);
@@ -215,7 +212,8 @@ TEST_F(QbTxnTest, LinesGoOnlyToAModifyThatIsBeingBuilt) {
     ASSERT_TRUE(TxnModSub(t.app, TxnKind::Estimate, {"T1", "E1"}));
     EXPECT_EQ(AppendLineObjects(t.app, TxnKind::Invoice), nullptr) << "another kind's";
     EXPECT_NE(AppendLineObjects(t.app, TxnKind::Estimate), nullptr);
-    EXPECT_FALSE(InvoiceQuerySub(t.app, {.refNumber = "1"}));  // clears the request set
+    EXPECT_FALSE(
+        TxnQuerySub(t.app, TxnKind::Invoice, {.refNumber = "1"}));  // clears the request set
     EXPECT_EQ(AppendLineObjects(t.app, TxnKind::Estimate), nullptr) << "its set was cleared";
     const std::string refused = "Order Mod not supported  Purchase Orders\n----\n";
     EXPECT_EQ(t.Prompts(),

@@ -242,17 +242,6 @@ TEST(QbsimRealAnswers, EveryObjectComesBackUnchanged) {
     EXPECT_GE(objects, 2);  // tests/data/real alone holds two
 }
 
-// ---- The company file --------------------------------------------------------------------
-
-TEST(QbsimCompanyFile, NumbersNewIDsAsQuickBooks) {
-    Company company;
-    ASSERT_TRUE(company.LoadText(kSmallCompany).ok());
-    // No counter stored: new IDs continue above every ID in the file, and the counter is kept.
-    EXPECT_EQ(company.NewTxnLineID("1A2B-1700000000"), "80000000-1700000000");
-    EXPECT_STREQ(company.Root().child(kSettingsName).attribute("nextID").value(), "80000001");
-    EXPECT_TRUE(company.Modified());
-}
-
 // ---- Transport and command line ----------------------------------------------------------
 
 // The request processor's call order and HRESULTs as qbsim answers them, and the company file

@@ -190,21 +190,14 @@ TEST(SortRun, UndoRefusesWhatItCannotTrust) {
 TEST(SortRun, AModifyThatComesBackDifferentIsReportedLoudly) {
     const std::string longDesc = "Standard widget, now described at far greater length than sent";
     struct Case {
-        const char* what;
-        std::function<void(std::string&)> edit;
-        std::string problem;
-    };
-    auto replace = [](std::string from, std::string to) {
-        return [from, to](std::string& request) {
-            if (auto at = request.find(from); at != std::string::npos)
-                request.replace(at, from.size(), to);
-        };
+        const char *what, *from;  // the modify's text `from` becomes `to`
+        std::string to, problem;
     };
     const Case cases[] = {
-        {"a description", replace("<Desc>Standard widget</Desc>", "<Desc>" + longDesc + "</Desc>"),
+        {"a description", "<Desc>Standard widget</Desc>", "<Desc>" + longDesc + "</Desc>",
          "line 7: Desc \"Standard widget\" came back as \"" + longDesc.substr(0, 57) + "...\""},
-        {"a blank line given an item",
-         replace("<Desc></Desc>", "<ItemRef><FullName>Labor</FullName></ItemRef><Desc></Desc>"),
+        {"a blank line given an item", "<Desc></Desc>",
+         "<ItemRef><FullName>Labor</FullName></ItemRef><Desc></Desc>",
          "line 2: a line came back where a blank line was sent"},
     };
     for (const Case& c : cases) {
@@ -212,10 +205,11 @@ TEST(SortRun, AModifyThatComesBackDifferentIsReportedLoudly) {
         SortRig rig("3001");
         rig.Levels({"Item Full Name"});
         rig.Check("optBlankLinesAfter", true);
-        rig.transport->edit = [&](const std::string& request) {
-            std::string edited = request;
-            if (request.find("InvoiceModRq") != std::string::npos) c.edit(edited);
-            return edited;
+        rig.transport->edit = [&](std::string request) {
+            const auto at = request.find(c.from);
+            if (request.find("InvoiceModRq") != std::string::npos && at != std::string::npos)
+                request.replace(at, std::string_view(c.from).size(), c.to);
+            return request;
         };
         EXPECT_FALSE(rig.Go());
         ASSERT_FALSE(rig.app.run.checkProblems.empty());

@@ -6,8 +6,6 @@
 #include <memory>
 #include <string>
 
-#include "app/context.h"
-#include "app/run.h"
 #include "app/text.h"
 #include "fakes/fakes.h"
 #include "fakes/sortRig.h"

@@ -44,8 +44,6 @@ void FillRequest(Node& ext, const DataExtOptions& o, bool withValue) {
     if (withValue) SetFieldValue(ext, "DataExtValue", value, {.allowEmpty = true});
 }
 
-bool AddTxn(App& app, const DataExtOptions& o);
-
 // Builds one DataExtAdd or DataExtMod request for the value and sends it; nothing when the
 // request could not be made (a line field before qbXML 3.0, no request set).
 std::optional<DoRequestResult> SendValue(App& app, const DataExtOptions& o, const char* request,
@@ -62,26 +60,12 @@ std::optional<DoRequestResult> SendValue(App& app, const DataExtOptions& o, cons
     return DoRequest(app, send);
 }
 
-// mayFallBack is false when the modify is itself the fallback of an add: one step at most.
-bool ModTxn(App& app, const DataExtOptions& o, bool mayFallBack) {
+// The modify an add falls back on, once: a refusal of it is reported.
+bool ModTxn(App& app, const DataExtOptions& o) {
     DebugLog(app, "Data Ext Mod Txn Sub " + Args(o), 5);
-    if (!QBOpen(app)) return false;
-    if (o.deleteWhenEmpty && o.value.empty()) return DataExtDelTxn(app, o);
-    // A field without a value yet answers 3120; that is expected, so it is not reported.
     std::optional<DoRequestResult> sent =
-        SendValue(app, o, "DataExtModRq", "DataExtMod", "Data Ext Mod", !mayFallBack);
-    if (!sent) return false;
-    if (sent->ok || !mayFallBack) return sent->ok;
-    const QbState& qb = app.qb;
-    if (qb.lastStatusCode == kStatusNotFound &&
-        qb.lastStatusMessage.find(kNoValueMessage) != std::string::npos) {
-        DataExtOptions add = o;
-        add.fallBackToMod = false;
-        return AddTxn(app, add);
-    }
-    // A failure without a status (no answer) was reported where it happened.
-    if (!sent->statusText.empty()) ReportRequestFailure(app, "Data Ext Mod", sent->statusText);
-    return false;
+        SendValue(app, o, "DataExtModRq", "DataExtMod", "Data Ext Mod", true);
+    return sent && sent->ok;
 }
 
 bool AddTxn(App& app, const DataExtOptions& o) {
@@ -94,17 +78,13 @@ bool AddTxn(App& app, const DataExtOptions& o) {
     if (sent->ok || !o.fallBackToMod) return sent->ok;
     // Only an answer from QuickBooks says the field may hold a value already.
     if (sent->statusText.empty()) return false;
-    return ModTxn(app, o, false);
+    return ModTxn(app, o);
 }
 
 }  // namespace
 
 bool DataExtAddTxn(App& app, const DataExtOptions& options) {
     return AddTxn(app, options);
-}
-
-bool DataExtModTxn(App& app, const DataExtOptions& options) {
-    return ModTxn(app, options, true);
 }
 
 bool DataExtAddTxns(App& app, const std::vector<DataExtOptions>& values) {

@@ -290,35 +290,6 @@ bool CustomerQuerySub(App& app, const std::string& fullName) {
     return true;
 }
 
-bool SalesTaxCodeQuerySub(App& app) {
-    DebugLog(app, "Sales Tax Code Query Sub Entered ", 5);
-    QbState& qb = app.qb;
-    if (!QBOpen(app)) return false;
-    MsgSetRequest& set = *RequestSet(app);
-    set.ClearRequests();
-    Node& query = set.Append("SalesTaxCodeQueryRq");
-
-    ListQuery list{"Sales Tax Code Query Sub",
-                   "Salex Tax Code Query Status: Code = ",
-                   "Sales Tax Code could not be retried from QuickBooks",
-                   {"Name", "ListID", "EditSequence", "Desc", "IsActive"}};
-    std::optional<Response> response = RunListQuery(app, set, query, list);
-    set.ClearRequests();
-    if (!response) return false;
-    qb.salesTaxCodes.clear();
-    for (const View& ret : Returned(*response, "SalesTaxCodeRet")) {
-        SalesTaxCodeRec code;
-        code.name = GetFieldString(ret, "Name");
-        code.listID = GetFieldString(ret, "ListID");
-        code.editSequence = GetFieldString(ret, "EditSequence");
-        code.desc = GetFieldString(ret, "Desc");
-        code.isActive = IsActive(ret);
-        qb.salesTaxCodes.push_back(std::move(code));
-    }
-    DebugLog(app, "Sales Tax Code Query Sub Exit", 5);
-    return true;
-}
-
 bool TemplateQuerySub(App& app, const std::string& hostMajorVersion) {
     DebugLog(app, "Template Query Sub Entered " + hostMajorVersion, 5);
     QbState& qb = app.qb;

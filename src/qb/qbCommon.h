@@ -35,7 +35,6 @@ inline constexpr int kStatusNoMatch = 1;          // a query found nothing
 inline constexpr int kStatusPartial = 500;        // some data could not be returned
 inline constexpr int kStatusNotFound = 3120;      // the object named cannot be found
 inline constexpr int kStatusNoPermission = 3260;  // the user may not see some fields
-inline constexpr const char* kNoValueMessage = "Attribute with specified name cannot be found.";
 
 // Error numbers of the program's own, in the range COM leaves to an interface's own codes
 // (FACILITY_ITF, from 0x0200 on): problems found before or after QuickBooks was asked.
@@ -66,11 +65,6 @@ struct CustomerRec {
 
 struct TemplateRec {
     std::string name, listID, templateType;  // templateType: "Invoice", "Estimate", ...
-    bool isActive = true;
-};
-
-struct SalesTaxCodeRec {
-    std::string name, listID, editSequence, desc;
     bool isActive = true;
 };
 
@@ -122,7 +116,6 @@ struct QbState {
     // Lists. Items go to App::items; this is their index by full name.
     std::vector<CustomerRec> customers;
     std::vector<TemplateRec> templates;
-    std::vector<SalesTaxCodeRec> salesTaxCodes;
     std::map<std::string, std::size_t, NoCaseLess> itemsByFullName;
 
     // Where progress texts ("Getting Items from QuickBooks®") go: the main form's status label
@@ -243,7 +236,6 @@ std::optional<std::vector<ItemRec>> ItemsByListID(App& app, const std::vector<st
 // Reads one returned item (ItemServiceRet, ...) into App::items; false when it was skipped.
 bool ParseItemRet(App& app, const View& itemRet);
 bool CustomerQuerySub(App& app, const std::string& fullName = {});
-bool SalesTaxCodeQuerySub(App& app);
 bool TemplateQuerySub(App& app, const std::string& hostMajorVersion = {});
 // Rebuilds the index by full name after App::items was filled (also by the IIF reader).
 void IndexItems(App& app);
@@ -259,14 +251,13 @@ struct DataExtOptions {
     std::string txnID;
     std::string kind;    // TxnDataExtType: "Invoice", "Estimate", "SalesOrder", "SalesReceipt"
     std::string lineID;  // TxnLineID of a line field; empty for a field of the transaction
-    // DataExtAddTxn: a failed add is tried once more as a modify. (A modify always falls back
-    // to an add when QuickBooks says the field has no value yet.)
+    // A failed add is tried once more as a modify: the field may hold a value already (one the
+    // item gave a new line).
     bool fallBackToMod = false;
     bool deleteWhenEmpty = false;  // an empty value deletes the field's value
 };
 
 bool DataExtAddTxn(App& app, const DataExtOptions& options);
-bool DataExtModTxn(App& app, const DataExtOptions& options);
 bool DataExtDelTxn(App& app, const DataExtOptions& options);
 // The combined form: every value as a custom-field add (an empty value with deleteWhenEmpty as a
 // delete) in one request set, and the adds refused with fallBackToMod once more as modifies in a

@@ -756,13 +756,6 @@ void Node::SetAttribute(std::string_view name, std::string_view value) {
     Fail(QbxmlErrorKind::UnknownAttribute, "has no attribute " + Quote(name));
 }
 
-std::string Node::GetAttribute(std::string_view name) const {
-    for (const auto& [n, v] : attrs_) {
-        if (n == name) return v;
-    }
-    return "";
-}
-
 void Node::CheckRequired() const {
     const SchemaElem& e = *def_;
     std::vector<bool> present(e.childCount, false);

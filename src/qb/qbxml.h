@@ -110,7 +110,6 @@ class Node {
 
     // Attributes the schema declares for this element (requestID, iterator, defMacro, ...).
     void SetAttribute(std::string_view name, std::string_view value);
-    std::string GetAttribute(std::string_view name) const;
 
     // Unsets this element and everything below it.
     void Clear();

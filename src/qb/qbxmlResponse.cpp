@@ -107,13 +107,6 @@ int ResponseTypeCode(std::string_view responseName) {
     return e ? e->code : kRtUnknown;
 }
 
-std::string ResponseTypeName(int code) {
-    for (const auto& e : kResponseTypes) {
-        if (e.code == code) return e.name;
-    }
-    return "";
-}
-
 // ---- View -------------------------------------------------------------------------------
 
 View::View(std::shared_ptr<const pugi::xml_document> doc, pugi::xml_node node)
@@ -203,14 +196,6 @@ std::string Response::StatusSeverity() const {
 
 std::string Response::StatusMessage() const {
     return element_.Attribute("statusMessage");
-}
-
-std::optional<int> Response::IteratorRemainingCount() const {
-    return ParseNumber<int>(element_.Attribute("iteratorRemainingCount"));
-}
-
-std::optional<int> Response::RetCount() const {
-    return ParseNumber<int>(element_.Attribute("retCount"));
 }
 
 int Response::Type() const {

@@ -28,7 +28,6 @@ inline constexpr int kRtUnknown = 0;
 inline constexpr int kNoStatus = -1;
 
 int ResponseTypeCode(std::string_view responseName);  // kRtUnknown when not a response
-std::string ResponseTypeName(int code);               // "" when no response has the code
 
 // A read-only view of one element of a parsed document. A null view (absent element) answers
 // every question with "" / false / nothing, so reading a field the response lacks is harmless.
@@ -84,9 +83,7 @@ class Response {
     std::string StatusMessage() const;
     bool HasRequestID() const { return element_.HasAttribute("requestID"); }
     std::string RequestID() const { return element_.Attribute("requestID"); }
-    std::optional<int> IteratorRemainingCount() const;
     std::string IteratorID() const { return element_.Attribute("iteratorID"); }
-    std::optional<int> RetCount() const;
 
     // The response-type code (kRtInvoiceModRs, ...); kRtUnknown for an unknown element.
     int Type() const;

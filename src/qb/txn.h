@@ -172,10 +172,6 @@ struct TxnQueryOptions {
 // keeps the last one in the kind's returned-transaction variable. True when QuickBooks answered
 // with status 0 and the line walk ran to its end; the headers say how many were found.
 bool TxnQuerySub(App& app, TxnKind kind, const TxnQueryOptions& options);
-bool InvoiceQuerySub(App& app, const TxnQueryOptions& options);
-bool EstimateQuerySub(App& app, const TxnQueryOptions& options);
-bool SalesOrderQuerySub(App& app, const TxnQueryOptions& options);
-bool SalesReceiptQuerySub(App& app, const TxnQueryOptions& options);
 
 // Reads one returned transaction (a query's or a modify's answer) into `lines`: its header and
 // its rows appended to the table.

@@ -432,20 +432,4 @@ View ReturnedTxn(const Response& response, TxnKind kind) {
     return rets.empty() ? View() : rets.front();
 }
 
-bool InvoiceQuerySub(App& app, const TxnQueryOptions& options) {
-    return TxnQuerySub(app, TxnKind::Invoice, options);
-}
-
-bool EstimateQuerySub(App& app, const TxnQueryOptions& options) {
-    return TxnQuerySub(app, TxnKind::Estimate, options);
-}
-
-bool SalesOrderQuerySub(App& app, const TxnQueryOptions& options) {
-    return TxnQuerySub(app, TxnKind::SalesOrder, options);
-}
-
-bool SalesReceiptQuerySub(App& app, const TxnQueryOptions& options) {
-    return TxnQuerySub(app, TxnKind::SalesReceipt, options);
-}
-
 }  // namespace pelmark::qb

@@ -217,7 +217,6 @@ class Company {
     const Index& Indexed() const;
     void Dirty(pugi::xml_node object);
     LoadResult Parse(std::string_view xml, std::string* generation);
-    LoadResult ReadLog(const std::string& path, bool fromStart);
     std::string LogHeader() const;
     void ForgetLog();
 

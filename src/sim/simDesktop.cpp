@@ -381,20 +381,6 @@ Hwnd SimDesktop::EditorOf(Hwnd trnsWnd) const {
     return it == trns_.end() ? 0 : it->second.editor;
 }
 
-int SimDesktop::FocusedField(Hwnd trnsWnd) const {
-    auto it = trns_.find(trnsWnd);
-    if (it == trns_.end()) return -1;
-    int f = it->second.focus;
-    return f < static_cast<int>(it->second.def.header.size()) ? f : -1;
-}
-
-std::string SimDesktop::FieldText(Hwnd trnsWnd, int field) const {
-    auto it = trns_.find(trnsWnd);
-    if (it == trns_.end() || field < 0 || field >= static_cast<int>(it->second.def.header.size()))
-        return {};
-    return it->second.def.header[field].text;
-}
-
 void SimDesktop::SetRefuseClose(Hwnd trnsWnd, bool refuse) {
     auto it = trns_.find(trnsWnd);
     if (it != trns_.end()) it->second.def.refuseClose = refuse;

@@ -162,9 +162,6 @@ class SimDesktop : public screen::Desktop {
     Hwnd TrnsWindow(TrnsKind kind) const;
     Hwnd EditorOf(Hwnd trnsWnd) const;
     Hwnd Foreground() const { return foreground_; }
-    // The header field with the keyboard focus in a transaction window; -1 when none.
-    int FocusedField(Hwnd trnsWnd) const;
-    std::string FieldText(Hwnd trnsWnd, int field) const;
 
     // What the program did.
     std::vector<std::string> keysSent;   // every SendKeys text, in order

@@ -54,9 +54,6 @@ using DebugSink = std::function<void(const std::string&)>;
 // The levels that take part: non-empty names in order, at most kMaxSortLevels.
 std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels);
 
-// The part of an item full name after its last ":" (the whole name when there is none).
-std::string ItemNameOf(const std::string& fullName);
-
 // The sort keys of a transaction's lines laid end to end in one buffer: key i is
 // bytes[ends[i - 1], ends[i]) (from 0 for the first).
 struct SortKeys {

@@ -141,10 +141,6 @@ std::vector<SortLevel> ActiveLevels(const std::vector<SortLevel>& levels) {
     return active;
 }
 
-std::string ItemNameOf(const std::string& fullName) {
-    return std::string(NameAfterColon(fullName));
-}
-
 SortKeys BuildSortKeys(const std::vector<const qb::TxnLine*>& lines, const SortSettings& settings,
                        const DebugSink& debug) {
     const std::vector<SortLevel> levels = ActiveLevels(settings.levels);
