@@ -68,7 +68,9 @@ bool ModTxn(App& app, const DataExtOptions& o) {
     return sent && sent->ok;
 }
 
-bool AddTxn(App& app, const DataExtOptions& o) {
+}  // namespace
+
+bool DataExtAddTxn(App& app, const DataExtOptions& o) {
     DebugLog(app, "Data Ext Add Txn Sub " + Args(o), 5);
     if (!QBOpen(app)) return false;
     if (o.deleteWhenEmpty && o.value.empty()) return DataExtDelTxn(app, o);
@@ -79,12 +81,6 @@ bool AddTxn(App& app, const DataExtOptions& o) {
     // Only an answer from QuickBooks says the field may hold a value already.
     if (sent->statusText.empty()) return false;
     return ModTxn(app, o);
-}
-
-}  // namespace
-
-bool DataExtAddTxn(App& app, const DataExtOptions& options) {
-    return AddTxn(app, options);
 }
 
 bool DataExtAddTxns(App& app, const std::vector<DataExtOptions>& values) {

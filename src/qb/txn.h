@@ -117,6 +117,8 @@ struct TxnLineField {
     const char* linePath;
     const char* groupPath;
     std::string TxnLine::*member;
+    // A new line's TxnLineID is QuickBooks' to give (the write-back sends -1).
+    bool Copied() const { return member != &TxnLine::txnLineID; }
 };
 std::span<const TxnLineField> TxnLineFields();
 

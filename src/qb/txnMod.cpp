@@ -102,7 +102,7 @@ void CopyLineFields(Node& lineMod, const TxnLine& row, LineCopyOptions options) 
     for (const TxnLineField& f : TxnLineFields()) {
         const char* path = group ? f.groupPath : f.linePath;
         std::string value = row.*f.member;
-        if (f.member == &TxnLine::txnLineID || !path || value.empty()) continue;
+        if (!f.Copied() || !path || value.empty()) continue;
         // Fields this line of the modify does not have (ServiceDate on an estimate, what only a
         // query returns) are left out by SetFieldValue.
         SetFieldValue(lineMod, path, value, {.convertLineFeeds = options.convertLineFeeds});

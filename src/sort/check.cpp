@@ -169,8 +169,7 @@ std::vector<const qb::TxnLineField*> ModifiableLineFields(App& app, qb::TxnKind 
         return node.Supports(p.substr(0, p.find('/')));
     };
     for (const qb::TxnLineField& f : qb::TxnLineFields())
-        if (f.member != &qb::TxnLine::txnLineID &&  // a new line's ID is QuickBooks' to give
-            (takes(line, f.linePath) || takes(group, f.groupPath)))
+        if (f.Copied() && (takes(line, f.linePath) || takes(group, f.groupPath)))
             fields.push_back(&f);
     return fields;
 }
